@@ -1,0 +1,33 @@
+#!/usr/bin/env bash
+# Installs the Debian packages qslave needs to build, test, benchmark and fuzz.
+# Does nothing when every package is already there; run as root (or with sudo).
+set -euo pipefail
+
+packages=(
+  build-essential cmake pkg-config
+  libshp-dev            # dBase file I/O under the table class
+  libflxmlrpc-dev       # XML-RPC client for the purge server
+  libgtest-dev libgmock-dev
+  libbenchmark-dev
+  python3-dbf python3-dbfread   # an independent dBase implementation for interop tests
+  clang libclang-rt-14-dev llvm # fuzz targets and sanitizer builds
+  valgrind
+)
+
+missing=()
+for p in "${packages[@]}"; do
+  if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed'; then
+    missing+=("$p")
+  fi
+done
+
+if [ ${#missing[@]} -eq 0 ]; then
+  exit 0
+fi
+
+echo "deps.sh: installing ${missing[*]}"
+sudo_cmd=()
+if [ "$(id -u)" -ne 0 ]; then sudo_cmd=(sudo); fi
+export DEBIAN_FRONTEND=noninteractive
+"${sudo_cmd[@]}" apt-get update -q
+"${sudo_cmd[@]}" apt-get install -y -q --no-install-recommends "${missing[@]}"

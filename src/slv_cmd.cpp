@@ -1,0 +1,283 @@
+// Dispense command strings ("/D" and its tank:quantity list) and the
+// dispense operations that build, send and book them.
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <string>
+#include <vector>
+
+#include "host/qdsp32.h"
+#include "slv_internal.h"
+
+namespace {
+
+const char kSource[] = "slv_disp";
+
+// The command text buffer shared by every slave object; the caller reads
+// it before the next MakeCommandString.
+char g_commandBuffer[SLV_CMD_BUFFER];
+
+const int kStopperOption = 3;
+const int kSplitOption = 7;
+const int kMaxCircuitGroups = 300;
+
+bool ValidEntry(const slave* s, int tank, double qnt) {
+  return tank >= 1 && tank <= s->m_NumTanks && qnt > 0.0;
+}
+
+void AppendEntries(const slave* s, std::string* text, int n, const int* tanks, const double* qnts) {
+  for (int i = 0; i < n; ++i) {
+    if (ValidEntry(s, tanks[i], qnts[i])) *text += SlvFormat("(%d:%.3lf)", tanks[i], qnts[i]);
+  }
+}
+
+// Sends "/G2" or "/G0" when the dispenser has the stopper and the caller's
+// flag is exactly 1.
+void StopperCommand(slave* s, int flag, const char* command) {
+  if (s->m_DispId != 0 && SlvOptionOn(s->m_Options, kStopperOption) && flag == 1) {
+    std::string cmd = command;
+    s->sendcommand(&cmd[0], nullptr, 0);
+  }
+}
+
+// A dispense text that would not fit the command buffer is refused whole: a
+// cut command would dispense another colour.
+bool Fits(slave* s, size_t length, size_t room) {
+  if (length < room) return true;
+  TarvoTrace("\n%s(%d): dispense command of %zu characters refused: room for %zu", kSource,
+             __LINE__, length, room - 1);
+  s->m_LastError = SLV_ERR_GENERIC;
+  return false;
+}
+
+}  // namespace
+
+int slave::DoSplittArrays(int n, int* tanks, double* qnts, double f, int* count1, int* tanks1,
+                          double* qnts1, int* count2, int* tanks2, double* qnts2) {
+  *count1 = 0;
+  *count2 = 0;
+  if (m_DispId == 0 || !SlvOptionOn(m_Options, kSplitOption)) {
+    for (int i = 0; i < n; ++i) {
+      tanks2[i] = tanks[i];
+      qnts2[i] = qnts[i];
+    }
+    *count2 = n > 0 ? n : 0;
+  } else {
+    GetSplittingPerc();
+    GetSplittingThreshold();
+  }
+  if (!(m_SplitPerc > 0.0) || n < 1) return 1;
+
+  double total = 0.0;
+  for (int i = 0; i < n; ++i) total += qnts[i] * f;
+  int small = 0;
+  for (int i = 0; i < n; ++i) {
+    if (!(qnts[i] * f * 100.0 / total > m_SplitPerc)) ++small;
+  }
+  for (int i = 0; i < n; ++i) {
+    const bool isSmall = !(qnts[i] * f * 100.0 / total > m_SplitPerc);
+    if (small == 0 || (!isSmall && !(m_SplitThreshold >= 0.0 && qnts[i] * f * 0.5 > m_SplitThreshold))) {
+      tanks2[*count2] = tanks[i];
+      qnts2[(*count2)++] = qnts[i];
+    } else if (isSmall) {
+      tanks1[*count1] = tanks[i];
+      qnts1[(*count1)++] = qnts[i];
+    } else {
+      // A large quantity is dosed in halves, one in each pass.
+      tanks1[*count1] = tanks[i];
+      qnts1[(*count1)++] = qnts[i] * 0.5;
+      tanks2[*count2] = tanks[i];
+      qnts2[(*count2)++] = qnts[i] * 0.5;
+    }
+  }
+  return 1;
+}
+
+char* slave::MakeCommandString(int n, int* tanks, double* qnts, double f, int m, int* tanks2,
+                               double* qnts2) {
+  memset(g_commandBuffer, 0, sizeof g_commandBuffer);
+  if (m_DispId < 1 || n < 1 || tanks == nullptr || qnts == nullptr) return g_commandBuffer;
+  std::string text;
+  AppendEntries(this, &text, n, tanks, qnts);
+  if (text.empty()) return g_commandBuffer;
+  if (m > 0) {
+    text += ";";
+    if (tanks2 != nullptr && qnts2 != nullptr) AppendEntries(this, &text, m, tanks2, qnts2);
+  }
+  if (f != 1.0) text += SlvFormat("%.3lf", f);
+  if (Fits(this, text.size(), sizeof g_commandBuffer)) {
+    memcpy(g_commandBuffer, text.c_str(), text.size() + 1);
+  }
+  return g_commandBuffer;
+}
+
+int slave::SendCommandString(int n, int* tanks, double* qnts, double f, int m, int* tanks2,
+                             double* qnts2) {
+  if (m_DispId < 1) return 0;
+  SetLastDosedFormula(nullptr);
+  const char* text = MakeCommandString(n, tanks, qnts, f, m, tanks2, qnts2);
+  // "/D" and the text share one 512-byte command.
+  if (text[0] == '\0' || !Fits(this, strlen(text) + 2, SLV_CMD_BUFFER)) return 0;
+  char command[SLV_CMD_BUFFER];
+  snprintf(command, sizeof command, "/D%s", text);
+  const int result = sendcommand(command, nullptr, 0);
+  if (result != 0) {
+    UpdateDspPurgeServerAfterDispensing(command + 2);
+    SetLastDosedFormula(command + 2);
+  }
+  return result;
+}
+
+int slave::Dispense(char* frm, double f, double u, int w, int updLevels, int g2Before,
+                    int g0After) {
+  TarvoTrace("\nQslave::Dispense( Frm=[%s], f=%.4lf, u=%.4lf, w=%d)\n", frm != nullptr ? frm : "",
+             f, u, w);
+  if (m_Dsp == nullptr) return 0;
+  if (m_Dsp->GetType(0, 0) == 9) return DispenseByColorant(frm, f, u, w, updLevels);
+
+  Zu_LongArray ids;
+  Zu_IntArray tankList;
+  Zu_DoubleArray qntList;
+  const int n = SplitFrmToTanks(frm, &ids, &tankList, &qntList, f, u, w, 0, nullptr);
+  if (n < 1) return 0;
+  std::vector<int> tanks(tankList.data(), tankList.data() + n);
+  std::vector<double> qnts(qntList.data(), qntList.data() + n);
+
+  // Levels go down before the command is sent and stay down if the machine
+  // refuses it.
+  if (updLevels) UpdateLevels(n, tanks.data(), qnts.data(), 1.0, 0);
+  StopperCommand(this, g2Before, "/G2");
+  // The factors are in the quantities already.
+  const int result = Dispense(n, tanks.data(), qnts.data(), 1.0);
+  StopperCommand(this, g0After, "/G0");
+  return result;
+}
+
+int slave::Dispense(int n, int* tanks, double* qnts, double f) {
+  if (m_DispId < 1 || n < 1 || tanks == nullptr || qnts == nullptr) return 0;
+  // Room for twice the entries: a stored splitting percentage appends its
+  // split after a full copy.
+  const size_t room = 2 * static_cast<size_t>(n);
+  std::vector<int> tanks1(room, 0), tanks2(room, 0);
+  std::vector<double> qnts1(room, 0.0), qnts2(room, 0.0);
+  int count1 = 0, count2 = 0;
+  DoSplittArrays(n, tanks, qnts, f, &count1, tanks1.data(), qnts1.data(), &count2, tanks2.data(),
+                 qnts2.data());
+  if (count1 >= 1 && count2 < 1) {
+    return SendCommandString(count1, tanks1.data(), qnts1.data(), f, 0, nullptr, nullptr);
+  }
+  if (count1 >= 1) {
+    return SendCommandString(count2, tanks2.data(), qnts2.data(), f, count1, tanks1.data(),
+                             qnts1.data());
+  }
+  return SendCommandString(n, tanks, qnts, f, 0, nullptr, nullptr);
+}
+
+int slave::DispenseByColorant(char* frm, double f, double u, int w, int) {
+  const int len = TranslateFormulaFromCntIdToCntCode(frm, nullptr, f, u, w);
+  std::vector<char> codes(static_cast<size_t>(len > 0 ? len : 0) + 1, '\0');
+  if (len > 0) TranslateFormulaFromCntIdToCntCode(frm, codes.data(), f, u, w);
+  std::string command = SlvFormat("/D%s", codes.data());
+  TarvoTrace("\nQslave::DispenseByColorant( Frm=[%s], FrmByCntCode=[%s], f=%.4lf, u=%.4lf, w=%d)\n",
+             frm != nullptr ? frm : "", codes.data(), f, u, w);
+  if (command.size() <= 2) return 0;
+  return sendcommand(&command[0], nullptr, 0);
+}
+
+namespace {
+
+// Checks a by-tank text and cuts it into groups of pairsPerCmd components.
+// Returns false (error 15) for a text the machine must not receive.
+bool CircuitGroups(const std::string& field, int pairsPerCmd, std::vector<std::string>* groups) {
+  int opened = 0, closed = 0, colons = 0, ended = 0;
+  size_t start = 0;
+  for (size_t i = 0; i < field.size(); ++i) {
+    const char c = field[i];
+    if (c == '(') ++opened;
+    if (c == ':') ++colons;
+    if (c != ')') continue;
+    if (++closed != opened) return false;  // nesting or a stray bracket
+    if (closed % pairsPerCmd != 0) continue;
+    if (ended == kMaxCircuitGroups - 1) return false;
+    ++ended;
+    groups->push_back(field.substr(start, i + 1 - start));
+    start = i + 1;
+  }
+  if (closed == 0 || opened != colons) return false;
+  // The last component may be left open: it is sent as it stands.
+  if (start < field.size()) groups->push_back(field.substr(start));
+  return true;
+}
+
+}  // namespace
+
+int slave::DispenseByCircuit(char* frm, int pairsPerCmd, int g2Before, int g0After) {
+  if (frm == nullptr || frm[0] == '\0' || pairsPerCmd < 1) {
+    m_LastError = SLV_ERR_GENERIC;
+    return 0;
+  }
+  // Only the first "|"-separated field is dispensed; the text is cut there.
+  char* bar = strchr(frm, '|');
+  if (bar != nullptr) *bar = '\0';
+  std::vector<std::string> groups;
+  if (frm[0] == '\0' || !CircuitGroups(frm, pairsPerCmd, &groups)) {
+    m_LastError = SLV_ERR_GENERIC;
+    return 0;
+  }
+
+  StopperCommand(this, g2Before, "/G2");
+  const bool byPosition = m_Dsp != nullptr && m_Dsp->GetType(0, 0) == 9;
+  int result = 0;
+  for (std::string& group : groups) {
+    std::string command;
+    if (!byPosition) {
+      UpdateLevelsByFormula(&group[0]);
+      command = "/D" + group;
+    } else {
+      command = (m_PurgeSrvFlag ? "/D(PURGEBYPOS)" : "/D(DISPBYPOS)") + group;
+    }
+    result = sendcommand(&command[0], nullptr, 0);
+    if (result != 0) {
+      UpdateDspPurgeServerAfterDispensing(&group[0]);
+      SetLastDosedFormula(&group[0]);
+    }
+  }
+  StopperCommand(this, g0After, "/G0");
+  return result;
+}
+
+int slave::DispDrv(char* frm, char* out, int outLen, double f, double u, int w, int updLevels,
+                   int style) {
+  if (out == nullptr || outLen <= 0) return 0;
+  Zu_IntArray tankList;
+  Zu_DoubleArray qntList;
+  const int n = SplitFrmToTanks(frm, nullptr, &tankList, &qntList, f, u, w, 0, nullptr);
+  if (n < 1) return 0;
+
+  std::vector<int> tanks(tankList.data(), tankList.data() + n);
+  std::vector<double> qnts(qntList.data(), qntList.data() + n);
+  std::string text = style == 1 ? "" : "\"";
+  for (int i = 0; i < n; ++i) {
+    if (tanks[i] < 1 || tanks[i] > m_NumTanks) {
+      qnts[i] = 0.0;  // books nothing either
+      continue;
+    }
+    if (!(qnts[i] > 0.0)) continue;
+    text += style == 1 ? SlvFormat("(%d:%.3lf)", tanks[i], qnts[i])
+                       : SlvFormat("%d,%.3lf,", tanks[i], qnts[i]);
+  }
+  if (text.size() <= 1) return 0;
+  if (updLevels) UpdateLevels(n, tanks.data(), qnts.data(), 1.0, 0);
+  if (style != 1) text.back() = '"';
+  // The caller's buffer holds outLen + 1 bytes; a longer text is refused.
+  if (text.size() > static_cast<size_t>(outLen)) {
+    TarvoTrace("\n%s(%d): DispDrv text of %zu characters refused: room for %d", kSource, __LINE__,
+               text.size(), outLen);
+    m_LastError = SLV_ERR_GENERIC;
+    return 0;
+  }
+  memcpy(out, text.c_str(), text.size());
+  out[text.size()] = '\0';
+  return 1;
+}

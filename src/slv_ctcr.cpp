@@ -1,0 +1,258 @@
+// ColourantInDispenser: the tanks that hold one colourant in one dispenser,
+// gathered from the tank and cistern tables, judged, and written back.
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <cmath>
+
+#include "host/qdsp32.h"
+#include "slv_internal.h"
+
+namespace {
+
+const char kSource[] = "slv_ctcr";
+
+// Dispensers without a THRESHOLD of their own split no smaller share.
+const double kDefaultDispThreshold = 50.0;
+
+void ClearEntry(CtInDspTank* entry) {
+  memset(entry, 0, sizeof *entry);
+  snprintf(entry->status_flg, sizeof entry->status_flg, "%s", "00000000");
+  snprintf(entry->cist_id, sizeof entry->cist_id, "%s", "    0");
+}
+
+// MPX: the multiplexing factor is the number before the first ';'. A field
+// that begins with a blank or ';', or holds no number, gives 0.
+double ReadMpx(Qdbase* tanks) {
+  char mpx[86] = "";
+  if (!tanks->ReadString("MPX", mpx, sizeof mpx, 0, 0) || mpx[0] == ' ') return 0.0;
+  char number[17] = "";
+  size_t len = strcspn(mpx, ";");
+  if (len > 16) len = 16;
+  memcpy(number, mpx, len);
+  number[len] = '\0';
+  const double value = strtod(number, nullptr);
+  return std::isfinite(value) ? value : 0.0;
+}
+
+long CistId(const CtInDspTank& entry) { return strtol(entry.cist_id, nullptr, 10); }
+
+}  // namespace
+
+ColourantInDispenser::ColourantInDispenser(slave* s)
+    : m_Slave(s), m_CntId(0), m_NumTanks(0), m_SingleCircuit(0),
+      m_DispThres(kDefaultDispThreshold), m_Tanks(nullptr) {
+  Clear();
+  SetDispenserThres();
+}
+
+ColourantInDispenser::~ColourantInDispenser() { Clear(); }
+
+int ColourantInDispenser::Clear() {
+  free(m_Tanks);
+  m_Tanks = nullptr;
+  m_CntId = 0;
+  m_NumTanks = 0;
+  m_SingleCircuit = 0;
+  return 1;
+}
+
+int ColourantInDispenser::SetDispenserThres() {
+  m_DispThres = kDefaultDispThreshold;
+  if (m_Slave == nullptr) return 0;
+  Qdbase* disp = SlvDispenserRecord(m_Slave);
+  if (disp == nullptr) return 0;
+  double threshold = 0.0;
+  if (disp->ReadDouble("THRESHOLD", &threshold) && threshold > kSlvEpsilon) {
+    m_DispThres = threshold;
+  }
+  return 1;
+}
+
+int ColourantInDispenser::Read(long cnt) {
+  Clear();
+  if (m_Slave == nullptr || cnt < 1) return 0;
+  m_NumTanks = m_Slave->CntToNumTanks(cnt);
+  Qdbase* tanks = nullptr;
+  Qdbase* cist = nullptr;
+  if (m_NumTanks == 0 || !_slv_dbhandles(nullptr, &tanks, &cist)) return 0;
+
+  m_Tanks = static_cast<CtInDspTank*>(calloc(static_cast<size_t>(m_NumTanks), sizeof(CtInDspTank)));
+  int* list = static_cast<int*>(calloc(static_cast<size_t>(m_NumTanks), sizeof(int)));
+  if (m_Tanks == nullptr || list == nullptr) {
+    TarvoTrace("\nFailure in CtInDsp::Read: %s %d", kSource, 148);
+    free(list);
+    Clear();
+    return 0;
+  }
+  m_Slave->CntToTanks(cnt, m_NumTanks, list);
+
+  for (int i = 0; i < m_NumTanks; ++i) {
+    CtInDspTank& entry = m_Tanks[i];
+    // A tank that cannot be located stays zero, which IsCntOK judges bad.
+    ClearEntry(&entry);
+    const int located = m_Slave->TankLocate(list[i]);
+    if (located != 1 && located != 2) continue;
+
+    entry.tank = list[i];
+    tanks->ReadDouble("MAX_Q", &entry.max_q);
+    entry.mpx = ReadMpx(tanks);
+    char cistId[6];
+    if (tanks->ReadString("CIST_ID", cistId, sizeof cistId, 0, 0)) {
+      memcpy(entry.cist_id, cistId, sizeof cistId);
+    }
+    // A master tank fed by a cistern holds the cistern's quantities; the
+    // cistern record is the one TankLocate found for this tank.
+    if (entry.max_q != -1.0 && cist != nullptr && located == 1 && CistId(entry) != 0) {
+      cist->ReadDouble("MAX_Q", &entry.max_q);
+      cist->ReadDouble("CUR_Q", &entry.cur_q);
+      cist->ReadDouble("RES_Q", &entry.res_q);
+    } else {
+      tanks->ReadDouble("CUR_Q", &entry.cur_q);
+      tanks->ReadDouble("RES_Q", &entry.res_q);
+    }
+    tanks->ReadDouble("THRESHOLD", &entry.threshold);
+    char flags[sizeof entry.status_flg];
+    if (tanks->ReadString("STATUS_FLG", flags, sizeof flags, 0, 0)) {
+      memcpy(entry.status_flg, flags, sizeof flags);
+    }
+  }
+  free(list);
+  qsort(m_Tanks, static_cast<size_t>(m_NumTanks), sizeof(CtInDspTank), CtInDspCompare_s);
+  m_CntId = cnt;
+  return 1;
+}
+
+int ColourantInDispenser::IsCntOK(CntStatus* st) {
+  CntStatus verdict;
+  if (m_NumTanks == 0) {
+    verdict = CNT_ABSENT;
+  } else if (m_NumTanks == 1) {
+    verdict = CNT_SINGLE;
+  } else if (m_NumTanks < 0 || m_Tanks == nullptr) {
+    verdict = CNT_NO_ZERO_THRES;
+  } else {
+    int zeros = 0;
+    long firstCist = 0;
+    int secondaries = 0;
+    bool bad = false;
+    for (int i = 0; i < m_NumTanks && !bad; ++i) {
+      const CtInDspTank& entry = m_Tanks[i];
+      const long cist = CistId(entry);
+      if (std::fabs(entry.threshold) < 0.01) ++zeros;
+      if (firstCist == 0 && cist > 0) firstCist = cist;
+      // Secondaries of another cistern belong to another group.
+      if (entry.max_q < 0 && (cist == 0 || cist == firstCist)) ++secondaries;
+      bad = entry.tank < 1 || entry.threshold < 0;
+    }
+    verdict = bad ? CNT_BAD_TANK : CNT_MULTI;
+    if (secondaries > 0) {
+      verdict = (m_NumTanks - secondaries != 1) ? CNT_BAD_LINK : CNT_LINKED;
+    }
+    if (verdict != CNT_BAD_TANK && verdict != CNT_BAD_LINK && zeros == 0) {
+      verdict = CNT_NO_ZERO_THRES;
+    }
+  }
+  if (st != nullptr) *st = verdict;
+  return verdict < CNT_BAD_TANK ? 1 : 0;
+}
+
+int ColourantInDispenser::Write() {
+  Qdbase* tanks = nullptr;
+  Qdbase* cist = nullptr;
+  if (m_Slave == nullptr || m_CntId < 1 || IsCntOK(nullptr) != 1 ||
+      !_slv_dbhandles(nullptr, &tanks, &cist)) {
+    TarvoTrace("\nCol..InDispenser::Write error %s %d", kSource, 269);
+    return 0;
+  }
+  for (int i = 0; i < m_NumTanks; ++i) {
+    const CtInDspTank& entry = m_Tanks[i];
+    const int located = m_Slave->TankLocate(entry.tank);
+    if (located == 0) continue;
+    // Only a tank that names a cistern writes one: with no cistern the
+    // current cistern record belongs to some other reservoir.
+    long storedCist = 0;
+    tanks->ReadLong("CIST_ID", &storedCist);
+    if (entry.max_q != -1.0 && cist != nullptr && located != 2 && storedCist != 0) {
+      cist->WriteDouble("MAX_Q", entry.max_q);
+      cist->WriteDouble("CUR_Q", entry.cur_q);
+      cist->WriteDouble("RES_Q", entry.res_q);
+    }
+    if (cist != nullptr && !tanks->WriteString("CIST_ID", entry.cist_id)) {
+      tanks->WriteLong("CIST_ID", CistId(entry));  // a numeric CIST_ID field
+    }
+    tanks->WriteDouble("MAX_Q", entry.max_q);
+    tanks->WriteDouble("CUR_Q", entry.cur_q);
+    tanks->WriteDouble("RES_Q", entry.res_q);
+    tanks->WriteDouble("THRESHOLD", entry.threshold);
+    tanks->WriteString("STATUS_FLG", entry.status_flg);
+    TarvoTrace("\nTank: %5d, max_q: %7.3lf", entry.tank, entry.max_q);
+  }
+  m_Slave->Set(m_Slave->m_DispId);
+  return 1;
+}
+
+int ColourantInDispenser::Adjust() {
+  for (int i = 0; i < m_NumTanks && m_Tanks != nullptr; ++i) {
+    m_Tanks[i].max_q = 0.0;
+    m_Tanks[i].cur_q = 0.0;
+    m_Tanks[i].res_q = 0.0;
+    m_Tanks[i].threshold = 0.0;
+  }
+  return Write();
+}
+
+// An index outside the entries names no tank: its bits read as unknown,
+// which callers treat as on, and it cannot be changed.
+int ColourantInDispenser::ChkStatus(int i, TnkStatus b) {
+  if (i < 0 || i >= m_NumTanks || m_Tanks == nullptr) return 1;
+  return bit_check(m_Tanks[i].status_flg, b) != 0 ? 1 : 0;
+}
+
+int ColourantInDispenser::ModifyStatus(int i, TnkStatus b) {
+  if (i < 0 || i >= m_NumTanks || m_Tanks == nullptr) return 0;
+  if (bit_check(m_Tanks[i].status_flg, b) != 0) {
+    bit_turndn(m_Tanks[i].status_flg, b);
+  } else {
+    bit_turnup(m_Tanks[i].status_flg, b);
+  }
+  return 1;
+}
+
+int ColourantInDispenser::VerifyLevel(double left, double reserve) {
+  return slave_test_level(left, reserve);
+}
+
+void ColourantInDispenser::ShowCircuit() {
+  double volume = 0.0;
+  for (int i = 0; i < m_NumTanks && m_Tanks != nullptr; ++i) volume += m_Tanks[i].split_q;
+  TarvoTrace("\nColorant %ld (volume %.2lf) present in %d circuits", m_CntId, volume, m_NumTanks);
+  if (m_NumTanks < 1 || m_Tanks == nullptr) return;
+  TarvoTrace("\n Tank    Thres     SplitQ   Sim  Susp      cur-res        cur        max        res");
+  for (int i = 0; i < m_NumTanks; ++i) {
+    CtInDspTank& e = m_Tanks[i];
+    TarvoTrace("\n%5d %8.0lf %10.2lf   %3.3s   %3.3s   %10.2lf %10.2lf %10.2lf %10.2lf", e.tank,
+               e.threshold, e.split_q, bit_check(e.status_flg, TNK_SIM) ? "Yes" : " No",
+               bit_check(e.status_flg, TNK_SUSP) ? "Yes" : " No", e.cur_q - e.res_q, e.cur_q,
+               e.max_q, e.res_q);
+  }
+}
+
+int CtInDspCompare_s(const void* a, const void* b) {
+  const CtInDspTank* x = static_cast<const CtInDspTank*>(a);
+  const CtInDspTank* y = static_cast<const CtInDspTank*>(b);
+  if (x->threshold > y->threshold) return 1;
+  if (x->threshold < y->threshold) return -1;
+  return 0;
+}
+
+int CtInDspCompare_dsp(const void* a, const void* b) {
+  const CtInDspTank* x = static_cast<const CtInDspTank*>(a);
+  const CtInDspTank* y = static_cast<const CtInDspTank*>(b);
+  if (x->threshold > y->threshold) return 1;
+  if (x->threshold < y->threshold) return -1;
+  if (x->cur_q > y->cur_q) return -1;  // more colourant first
+  if (x->cur_q < y->cur_q) return 1;
+  return 0;
+}

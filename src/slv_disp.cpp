@@ -1,0 +1,173 @@
+// Formula dispensing: formulas in colourant ids rewritten in colourant
+// codes for the dispensers that are addressed by code.
+#include <stdio.h>
+#include <string.h>
+
+#include <cmath>
+#include <string>
+#include <vector>
+
+#include "host/qdsp32.h"
+#include "slv_internal.h"
+
+namespace {
+
+const char kSource[] = "slv_disp";
+
+}  // namespace
+
+int slave::TranslateFormulaFromCntIdToCntCode(char* frm, char* out, double f, double u, int w) {
+  CZutable colorants;
+  colorants.SetDataId(m_DataId);
+  colorants.Handle(ZUSPEC_COLORANTS);
+  if (m_DispId < 1 || frm == nullptr) return 0;
+
+  // Every quantity is scaled by f and u (the formula's resize from 1 to
+  // f*u) and, for weights, converted to volumes.
+  kformula formula;
+  formula.set(frm);
+  if (formula.resize(1.0, f * u, 3, 0) < 0) return 0;
+  if (w && formula.to_volume(&colorants, 1.0, 3, 0) < 0) return 0;
+  const int n = formula.count();
+  if (n < 0) return 0;
+  std::vector<long long> ids(static_cast<size_t>(n));
+  std::vector<double> qnts(static_cast<size_t>(n));
+  formula.parse(ids.data(), qnts.data());
+
+  Qdbase* table = colorants.TmpOpen() ? colorants.Table() : nullptr;
+  if (table == nullptr || table->RecCount() < 1) {
+    TarvoTrace("%s(%d): error ... unable to open colorant database", kSource, __LINE__);
+    colorants.TmpClose();
+    return -1;
+  }
+  // The text grows as needed: a long formula is translated whole.
+  std::string text;
+  table->SelectIdx(1);
+  for (int i = 0; i < n; ++i) {
+    for (int more = table->Top(); more && !table->Eof(); more = table->Next()) {
+      long id = 0;
+      if (!table->ReadLong("ID", &id) || id != ids[static_cast<size_t>(i)]) continue;
+      char code[11];
+      if (!table->ReadString("CODE", code, sizeof code, 1, 1)) continue;
+      text += SlvFormat("(%s:%.3lf)", code, qnts[static_cast<size_t>(i)]);
+    }
+  }
+  colorants.TmpClose();
+  if (out != nullptr) memcpy(out, text.c_str(), text.size() + 1);
+  return static_cast<int>(text.size());
+}
+
+// --- Formula reading and splitting over the tanks -------------------------
+
+namespace {
+
+std::string ComponentList(const char* label, const std::vector<long>& ids,
+                          const std::vector<double>& qnts) {
+  std::string line = label;
+  for (size_t i = 0; i < ids.size(); ++i) line += SlvFormat("   %5ld %10.2lf,", ids[i], qnts[i]);
+  return line;
+}
+
+}  // namespace
+
+int slave::CntsToQntsWeights(int n, long* cnts, double* qnts) {
+  if (cnts == nullptr || qnts == nullptr) return 0;
+  if (n <= 0) return 1;
+  CZutable colorants;
+  colorants.SetDataId(m_DataId);
+  colorants.Handle(ZUSPEC_COLORANTS);
+  Qdbase* table = colorants.Open() ? colorants.Table() : nullptr;
+  if (table == nullptr || table->RecCount() < 1) {
+    TarvoTrace("\n%s(%d): error ... unable to open colorant database", kSource, __LINE__);
+    return 0;
+  }
+  table->SelectIdx(1);
+  int result = 1;
+  for (int i = 0; i < n; ++i) {
+    // Specific weights are in grams per litre: grams / (g/l / 1000) = cc.
+    const double kgPerLitre = colorants.SpecificWeight(cnts[i]) / 1000.0;
+    if (kgPerLitre > kSlvEpsilon) {
+      qnts[i] = qnts[i] / kgPerLitre;
+    } else {
+      qnts[i] = 0.0;
+      result = 0;
+    }
+  }
+  colorants.Close();
+  return result;
+}
+
+int slave::SplitFrmToTanks(char* frm, Zu_LongArray* cnts, Zu_IntArray* tanks, Zu_DoubleArray* qnts,
+                           double f, double u, int w, int trace, int* convFailed) {
+  if (convFailed != nullptr) *convFailed = 0;
+  if (m_DispId < 1 || frm == nullptr) return -1;
+  Qdbase* disp = nullptr;
+  Qdbase* tankTable = nullptr;
+  Qdbase* cist = nullptr;
+  if (!_slv_dbhandles(&disp, &tankTable, &cist)) return -1;
+
+  kformula formula;
+  formula.set(frm);
+  const int n = formula.count();
+  if (n < 0) return -1;
+  std::vector<long long> parsedIds(static_cast<size_t>(n));
+  std::vector<long> ids(static_cast<size_t>(n));
+  std::vector<double> quantities(static_cast<size_t>(n));
+  formula.parse(parsedIds.data(), quantities.data());
+  for (int i = 0; i < n; ++i) ids[i] = static_cast<long>(parsedIds[i]);
+
+  if (w) {
+    if (trace) {
+      TarvoTrace("\n __ WEIGHT TO VOLUME CONVERSION: ");
+      TarvoTrace("%s", ComponentList("\nbefore : ", ids, quantities).c_str());
+    }
+    const bool converted = CntsToQntsWeights(n, ids.data(), quantities.data()) != 0;
+    if (!converted && convFailed != nullptr) *convFailed = 1;
+    if (trace) {
+      TarvoTrace("%s", ComponentList("\nafter  : ", ids, quantities).c_str());
+      if (!converted) TarvoTrace("\nWARNING : weight to volume conversion failed !!");
+      TarvoTrace("\n");
+    }
+  }
+  if (n == 0) return 0;
+
+  // A quantity that is negative or not a finite number names no dispense:
+  // the whole formula is refused before anything is split.
+  for (int i = 0; i < n; ++i) {
+    const double scaled = f * quantities[i] * u;
+    if (!std::isfinite(scaled) || scaled < 0.0 || ids[i] < 1) {
+      TarvoTrace("\n%s(%d): formula refused: colorant %ld quantity %g", kSource, __LINE__, ids[i],
+                 scaled);
+      m_LastError = SLV_ERR_GENERIC;
+      return -1;
+    }
+  }
+
+  int total = 0;
+  for (int i = 0; i < n; ++i) {
+    const double quantity = f * quantities[i] * u;
+    const int k = CntQntToTanks(ids[i], quantity, tanks, qnts, trace);
+    if (trace) TarvoTrace("\nColorant %ld (volume %.2lf) split into %d tanks", ids[i], quantity, k);
+    if (k == 0) {
+      if (trace) TarvoTrace("\nWARNING : no tanks for colorant %4ld", ids[i]);
+      m_LastError = SLV_ERR_NO_TANK;
+      return -1;
+    }
+    for (int j = 0; j < k && cnts != nullptr; ++j) cnts->append(ids[i]);
+    total += k;
+  }
+  return total;
+}
+
+int slave::ParseFormula(char* frm, long* cnts, int* tanks, double* qnts) {
+  Zu_LongArray splitCnts;
+  Zu_IntArray splitTanks;
+  Zu_DoubleArray splitQnts;
+  const int n = SplitFrmToTanks(frm, &splitCnts, &splitTanks, &splitQnts, 1.0, 1.0, 0, 0, nullptr);
+  for (int i = 0; i < n; ++i) {
+    if (cnts != nullptr) cnts[i] = splitCnts[i];
+    if (tanks != nullptr) tanks[i] = splitTanks[i];
+    if (qnts != nullptr) qnts[i] = splitQnts[i];
+  }
+  return n;
+}

@@ -1,0 +1,225 @@
+// The command channel to the driver, its trace, the machine's error queue,
+// the free trace function `message`, and the firmware generation.
+#include <stdarg.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <strings.h>
+#include <unistd.h>
+
+#include "host/qdsp32.h"
+#include "slv_internal.h"
+
+namespace {
+
+const char kSource[] = "slv_fw";
+
+const char* const kResultText[16] = {
+    "SUCCESS",
+    "ERROR : reading configuration data",
+    "ERROR : unknown command",
+    "ERROR : in communication protocol",
+    "ERROR : command refused",
+    "ERROR : process timeout elapsed",
+    "ERROR : during mixing",
+    "ERROR : in electrovalve feeding",
+    "ERROR : can missing or too small",
+    "ERROR : can too big",
+    "ERROR : door open",
+    "ERROR : shelf upper off-limit",
+    "ERROR : punch failure",
+    "ERROR : cap failure",
+    "ERROR : disp. stop",
+    "ERROR : generic error",
+};
+
+// A query is a command whose raw answer the caller wants.
+bool IsQuery(const char* cmd) {
+  if (cmd[0] == '\0' || cmd[1] == '\0') return false;
+  if (strchr("?!QqWw", cmd[1]) != nullptr) return true;
+  return strncasecmp(cmd + 1, "M1", 2) == 0 || strncasecmp(cmd + 1, "KS", 2) == 0;
+}
+
+void Trace(const std::string& text) {
+  if (slave::Message != nullptr) {
+    slave::Message(SlvFormat("[TH_ID=%ld] %s", static_cast<long>(getpid()), text.c_str()).c_str());
+  }
+}
+
+// Prints text as a format of its own with no arguments: "%%" becomes "%",
+// and a conversion that would need an argument is printed as it stands
+// (there is no argument to give it).
+void PrintReinterpreted(const char* text) {
+  std::string out;
+  for (const char* p = text; *p != '\0'; ++p) {
+    if (p[0] == '%' && p[1] == '%') {
+      out += '%';
+      ++p;
+    } else {
+      out += *p;
+    }
+  }
+  fputs(out.c_str(), stdout);
+}
+
+}  // namespace
+
+int slave::sendcommand(char* cmd, char* answer, int answerLen) {
+  if (cmd == nullptr || cmd[0] == '\0') {
+    TarvoTrace("\n%s(%d): sendcommand refused an empty command", kSource, __LINE__);
+    return 0;
+  }
+  const bool query = IsQuery(cmd);
+  if (m_DispId < 1 || m_Dsp == nullptr) return query ? -1 : 0;
+
+  Trace(cmd);
+  if (CommTest != nullptr) CommTest(0, m_DispId);
+
+  const bool threaded = m_DispId != 0 && SlvOptionOn(m_Options, 6) && m_SeparateThread;
+  const int r = threaded ? m_Dsp->SendCommandThread(m_DispId, cmd)
+                         : m_Dsp->SendCommand(m_DispId, cmd);
+
+  if (r == 0 && answer != nullptr && answerLen > 0) {
+    const char* text = m_Dsp->GetAnswer(m_DispId);
+    // Bounded copy: a text that fills the buffer carries no terminator.
+    strncpy(answer, text != nullptr ? text : "", static_cast<size_t>(answerLen));
+  }
+  if (CommTest != nullptr) CommTest(1, m_DispId);
+
+  if (query) {
+    if (Message != nullptr) {
+      Trace(r == -1 ? SlvFormat("%s --> error", cmd) : SlvFormat("%s --> %d  ", cmd, r));
+    }
+    return r;
+  }
+
+  if (r != 0) {
+    m_LastError = r;
+    m_Dsp->ResetError(m_DispId);
+  }
+  if (Message != nullptr) {
+    std::string line = SlvFormat("%s --> %2d ", cmd, r);
+    if (r >= 0 && r <= 15) line += kResultText[r];
+    Trace(line);
+  }
+  return r == 0 ? 1 : 0;
+}
+
+int slave::LastError() {
+  if (m_Dsp == nullptr) return m_LastError;
+  const int code = m_Dsp->GetLastError(m_DispId);
+  if (code >= 0) m_LastError = code;
+  return m_LastError;
+}
+
+int slave::ErrorQueueFirst(wchar_t* text, int textLen, char* code, int codeLen) {
+  if (m_Dsp == nullptr) return 0;
+  return m_Dsp->ErrorQueueFirst(m_DispId, text, textLen, 0, code, codeLen);
+}
+
+int slave::ErrorQueueNext(wchar_t* text, int textLen, char* code, int codeLen) {
+  if (m_Dsp == nullptr) return 0;
+  return m_Dsp->ErrorQueueNext(m_DispId, text, textLen, 0, code, codeLen);
+}
+
+int slave::ErrorQueueClear() {
+  // Service engineers keep the queue for inspection with DEBUG_NO_CLEAR.
+  if (getenv("DEBUG_NO_CLEAR") != nullptr) return 1;
+  if (m_Dsp == nullptr) return 0;
+  return m_Dsp->ErrorQueueClear(m_DispId);
+}
+
+int slave::ErrorQueueCount() {
+  if (m_Dsp == nullptr) return 0;
+  return m_Dsp->ErrorQueueCount(m_DispId);
+}
+
+int slave::SlaveFw() {
+  if (m_FwVersion != -1) return m_FwVersion;
+  if (m_Dsp == nullptr) return -2;
+  TarvoTrace("\n%s(%d): Asking for firmware version: -> ", kSource, __LINE__);
+  const int version = m_Dsp->GetFirmwareVersion(m_DispId);
+  const char* text = "Error.";
+  int result = -2;
+  if (version == 1) {
+    result = 1;
+    text = "[1]->Old firmware.";
+  } else if (version == 2) {
+    result = 2;
+    text = "[2]->Forvel, Stanza, Lumet KXQP.";
+  }
+  TarvoTrace(": %s", text);
+  m_FwVersion = result;
+  return result;
+}
+
+void message(int, char* fmt, ...) {
+  if (fmt == nullptr) return;
+  char* buffer = static_cast<char*>(malloc(701));
+  if (buffer == nullptr) return;
+  va_list args;
+  va_start(args, fmt);
+  const int len = vsnprintf(buffer, 701, fmt, args);
+  va_end(args);
+  if (len < 0 || len > 700) {
+    fputs("ERROR in message() : string is too long; possible buffer overflow !!", stdout);
+  } else {
+    PrintReinterpreted(buffer);
+  }
+  fflush(stdout);
+  free(buffer);
+}
+
+// --- Options and machine parameters of the dispenser record ---------------
+
+int slave::ForceOption(int pos, int on) {
+  // Options occupy positions 0..31 of a 32-character text; any other
+  // position names no option and is refused.
+  if (pos < 0 || pos > 31) {
+    TarvoTrace("\n%s(%d): option position %d out of range", kSource, __LINE__, pos);
+    return 0;
+  }
+  Qdbase* disp = SlvDispenserRecord(this);
+  if (disp == nullptr) return 0;
+
+  char options[sizeof m_Options];
+  snprintf(options, sizeof options, "%s", m_Options);
+  // A shorter text is filled with '0' (off) up to the position.
+  for (size_t i = strlen(options); i < static_cast<size_t>(pos); ++i) options[i] = '0';
+  if (strlen(options) <= static_cast<size_t>(pos)) options[pos + 1] = '\0';
+  options[pos] = on ? '1' : '0';
+
+  // Memory follows the record only once the record holds the change.
+  if (!disp->WriteString("OPTIONS", options)) return 0;
+  memcpy(m_Options, options, sizeof m_Options);
+  return 1;
+}
+
+namespace {
+
+// CFG_STR of the selected dispenser, or false.
+bool ReadCfgStr(const slave* s, char* cfg, int size) {
+  Qdbase* disp = SlvDispenserRecord(s);
+  return disp != nullptr && disp->ReadString("CFG_STR", cfg, size, 0, 0) != 0;
+}
+
+}  // namespace
+
+int slave::Hfoto() {
+  char cfg[128];
+  if (!ReadCfgStr(this, cfg, sizeof cfg)) return 0;
+  return static_cast<int>(SlvPieceDouble(cfg, 1, 3) / 100.0 * SlvPieceDouble(cfg, 4, 7));
+}
+
+int slave::HPrefPos() {
+  char cfg[128];
+  if (!ReadCfgStr(this, cfg, sizeof cfg)) return 0;
+  return static_cast<int>(SlvPieceDouble(cfg, 1, 3) / 100.0 * SlvPieceDouble(cfg, 33, 36));
+}
+
+int slave::ManualPuncher() {
+  char cfg[128];
+  if (!ReadCfgStr(this, cfg, sizeof cfg)) return 0;
+  const char c = strlen(cfg) > 45 ? cfg[45] : ' ';
+  return (c >= '0' && c <= '9') ? c - '0' : 0;
+}

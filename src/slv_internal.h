@@ -1,0 +1,32 @@
+// Helpers shared by the library's sources; not part of the interface.
+#ifndef QSLAVE_SLV_INTERNAL_H
+#define QSLAVE_SLV_INTERNAL_H
+
+#include <string>
+
+#include "slave.h"
+
+// Quantities closer than this are equal; a quantity below it is zero.
+constexpr double kSlvEpsilon = 1e-5;
+
+// printf into a string of whatever length the text needs.
+std::string SlvFormat(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
+
+// Whether option pos of an option text is on ('1'). Positions outside the
+// text (or outside 0..31) count as off: a record whose OPTIONS is shorter
+// than the position asked for has not switched that option on.
+bool SlvOptionOn(const char* options, int pos);
+
+// Characters from..to (0-based, inclusive) of a fixed-position text such as
+// COMMUNIC or CFG_STR, converted as a decimal number. Characters past the
+// end of the text are missing; a piece that is missing or holds no number
+// reads as 0.
+long SlvPieceLong(const char* text, int from, int to);
+double SlvPieceDouble(const char* text, int from, int to);
+
+// Positions the dispenser table on the record of s->m_DispId. Returns the
+// table, or null when no dispenser is selected, the tables are closed or
+// the record is gone.
+Qdbase* SlvDispenserRecord(const slave* s);
+
+#endif

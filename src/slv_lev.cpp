@@ -1,0 +1,253 @@
+// Level bookkeeping: every change of a circuit's level goes through
+// change_level, which writes the tank record and the cistern that feeds it.
+#include <stdlib.h>
+#include <string.h>
+
+#include <algorithm>
+#include <cmath>
+#include <string>
+#include <vector>
+
+#include "host/qdsp32.h"
+#include "slv_internal.h"
+
+namespace {
+
+const char kSource[] = "slv_lev";
+
+// Keeps the table library's flush mode at 1 for a batch of writes and puts
+// the caller's mode back on every way out.
+class FlushEveryWrite {
+ public:
+  FlushEveryWrite() : saved_(Qdbase::FlushGet()) { Qdbase::FlushSet(1); }
+  ~FlushEveryWrite() { Qdbase::FlushSet(saved_); }
+
+ private:
+  int saved_;
+};
+
+}  // namespace
+
+int slave::change_level(int circuit, double quantity, int relative, int notify) {
+  Qdbase* disp = nullptr;
+  Qdbase* tanks = nullptr;
+  Qdbase* cist = nullptr;
+  if (!_slv_dbhandles(&disp, &tanks, &cist)) {
+    TarvoTrace("\n%s (%d) _slv_dbhandles() failure", kSource, __LINE__);
+    return 0;
+  }
+  if (!std::isfinite(quantity)) {
+    TarvoTrace("\n%s (%d) level %g refused for circuit %d", kSource, __LINE__, quantity, circuit);
+    return 0;
+  }
+  double cur = 0.0, res = 0.0, max = 0.0;
+  if (TankQnts(circuit, &cur, &res, &max) != 1) {
+    TarvoTrace("\n%s (%d) TankQnts() failure", kSource, __LINE__);
+    return 0;
+  }
+  // TankQnts left current the record that holds the circuit's level (the
+  // master's, for a linked circuit) and, when that record names a cistern,
+  // the cistern's record.
+  long cistId = 0;
+  tanks->ReadLong("CIST_ID", &cistId);
+
+  double level = relative ? cur + quantity : quantity;
+  if (level < 0.0) level = 0.0;
+  if (level > max) level = max;
+
+  if (m_Dsp != nullptr && m_Dsp->GetType(0, 0) == 7) {
+    // This driver keeps the levels itself.
+    if (!notify) return 1;
+    m_Dsp->SetLevels(1, &circuit, &level);
+  } else if (notify && m_Dsp != nullptr) {
+    m_Dsp->SetDispenserLevels(m_DispId, 1, &circuit, &level);
+  }
+
+  // A circuit without a cistern writes no cistern record: the current one
+  // belongs to another reservoir.
+  if (cist != nullptr && cistId != 0 && !cist->WriteDouble("CUR_Q", level)) {
+    TarvoTrace("\n%s (%d) failure writing in CISTERN database", kSource, __LINE__);
+  }
+  if (!tanks->WriteDouble("CUR_Q", level)) {
+    TarvoTrace("\n%s (%d) failure writing in TANKS database", kSource, __LINE__);
+    return 0;
+  }
+  return 1;
+}
+
+int slave::UpdateLevels(int count, int* circuits, double* quantities, double factor, int add) {
+  if (m_DispId < 1) {
+    TarvoTrace("\n%s (%d) id == %ld", kSource, __LINE__, m_DispId);
+    return 0;
+  }
+  Qdbase* disp = nullptr;
+  Qdbase* tanks = nullptr;
+  if (!_slv_dbhandles(&disp, &tanks, nullptr)) {
+    TarvoTrace("\n%s (%d) _slv_dbhandles() failure", kSource, __LINE__);
+    return 0;
+  }
+  if (count > 0 && (circuits == nullptr || quantities == nullptr)) return 0;
+
+  FlushEveryWrite flush;
+  const double sign = add ? 1.0 : -1.0;
+  int result = 1;
+  for (int i = 0; i < count; ++i) {
+    if (circuits[i] < 1 || circuits[i] > m_NumTanks || !(quantities[i] > 0.0)) continue;
+    quantities[i] *= factor;
+    if (!change_level(circuits[i], quantities[i] * sign, 1, 0)) {
+      TarvoTrace("\n%s (%d) ModifyLevel() failure", kSource, __LINE__);
+      result = 0;
+    }
+  }
+  return result;
+}
+
+int slave::UpdateLevels(char* formula, double f1, double f2, int mode, int add) {
+  Zu_IntArray tanks;
+  Zu_DoubleArray qnts;
+  const int n = SplitFrmToTanks(formula, nullptr, &tanks, &qnts, f1, f2, mode, 0, nullptr);
+  if (n < 1) return 0;
+  return UpdateLevels(n, tanks.data(), qnts.data(), 1.0, add);
+}
+
+int slave::UpdateLevelsByFormula(char* text) {
+  if (text == nullptr || text[0] == '\0') return 0;
+  std::string copy = text;
+  for (char& c : copy) {
+    if (c == '(' || c == ')') c = ' ';
+  }
+  const size_t n = static_cast<size_t>(std::count(copy.begin(), copy.end(), ':'));
+  if (n == 0) return 0;
+
+  std::vector<int> circuits;
+  std::vector<double> quantities;
+  circuits.reserve(n);
+  quantities.reserve(n);
+  char* save = nullptr;
+  for (char* token = strtok_r(&copy[0], " :\n", &save); token != nullptr;
+       token = strtok_r(nullptr, " :\n", &save)) {
+    const int circuit = static_cast<int>(strtol(token, nullptr, 10));
+    char* qntToken = strtok_r(nullptr, " :\n", &save);
+    if (qntToken == nullptr) return 0;
+    const double quantity = strtod(qntToken, nullptr);
+    if (!std::isfinite(quantity)) return 0;
+    double cur = 0.0;
+    TankQnts(circuit, &cur, nullptr, nullptr);
+    // Every pair is checked before any level changes.
+    if (quantity >= cur) return -1;
+    circuits.push_back(circuit);
+    quantities.push_back(quantity);
+  }
+  if (circuits.size() != n) return 0;
+  return UpdateLevels(static_cast<int>(n), circuits.data(), quantities.data(), 1.0, 0);
+}
+
+int slave::SetLevelMax() {
+  if (m_DispId < 1) return 0;
+  Qdbase* disp = nullptr;
+  Qdbase* tanks = nullptr;
+  if (!_slv_dbhandles(&disp, &tanks, nullptr)) return 0;
+  FlushEveryWrite flush;
+  for (int circuit = 1; circuit <= m_NumTanks; ++circuit) {
+    double max = 0.0;
+    TankQnts(circuit, nullptr, nullptr, &max);
+    change_level(circuit, max, 0, 0);
+  }
+  return 1;
+}
+
+// --- Level warnings --------------------------------------------------------
+
+namespace {
+
+// The formula's colourants and quantities, made for size from a formula
+// written for baseSize (and converted from weights when mode asks).
+// Empty when the formula holds nothing or cannot be read or scaled.
+struct PreparedFormula {
+  std::vector<long long> ids;
+  std::vector<double> qnts;
+};
+
+PreparedFormula PrepareFormula(slave* s, char* formula, double size, double baseSize, int mode) {
+  PreparedFormula prepared;
+  CZutable colorants;
+  colorants.SetDataId(s->m_DataId);
+  colorants.Handle(ZUSPEC_COLORANTS);
+  Zu_Frm frm;
+  frm.set("");
+  frm.set(formula);
+  // The conversion only turns weights into volumes; the one scaling by
+  // size / baseSize is the resize below.
+  if (mode != 0 && frm.to_volume(&colorants, 1.0, 3, 0) < 0) return prepared;
+  // A base size of 0 cannot be scaled from: nothing is judged.
+  if (frm.resize(baseSize, size, 12, 0) < 0) return prepared;
+  const int n = frm.count();
+  if (n <= 0) return prepared;
+  prepared.ids.resize(static_cast<size_t>(n));
+  prepared.qnts.resize(static_cast<size_t>(n));
+  frm.parse(prepared.ids.data(), prepared.qnts.data());
+  return prepared;
+}
+
+// Appends every tank of a colourant, with the colourant beside each.
+void ListTanks(slave* s, long cnt, Zu_IntArray& circuits, Zu_IntArray& colourants) {
+  const int n = s->CntToNumTanks(cnt);
+  std::vector<int> tanks(static_cast<size_t>(n));
+  if (n > 0) s->CntToTanks(cnt, n, tanks.data());
+  for (int tank : tanks) {
+    circuits.append(tank);
+    colourants.append(static_cast<int>(cnt));
+  }
+}
+
+// Lists the colourants whose split verdict satisfies listed(verdict).
+template <typename Predicate>
+int ListColourants(slave* s, const PreparedFormula& prepared, Zu_IntArray& circuits,
+                   Zu_IntArray& colourants, Predicate listed) {
+  int any = 0;
+  for (size_t i = 0; i < prepared.ids.size(); ++i) {
+    const long cnt = static_cast<long>(prepared.ids[i]);
+    ColourantInDispenser colourant(s);
+    if (!listed(colourant.SplitQnt(cnt, prepared.qnts[i]))) continue;
+    ListTanks(s, cnt, circuits, colourants);
+    any = 1;
+  }
+  return any;
+}
+
+}  // namespace
+
+int slave::GetCircuitsUnderCriticalLevel(char* formula, double size, double baseSize, int mode,
+                                         Zu_IntArray& circuits, Zu_IntArray& colourants) {
+  circuits.clear();
+  colourants.clear();
+  const PreparedFormula prepared = PrepareFormula(this, formula, size, baseSize, mode);
+  return ListColourants(this, prepared, circuits, colourants,
+                        [](int verdict) { return verdict <= 0; });
+}
+
+int slave::GetCircuitsUnderWarningLevel(char* formula, double size, double baseSize, int mode,
+                                        Zu_IntArray& circuits, Zu_IntArray& colourants) {
+  const double factor = baseSize > 0.0 ? size / baseSize : 1.0;
+  Zu_LongArray ids;
+  Zu_IntArray tanks;
+  Zu_DoubleArray qnts;
+  const int n = SplitFrmToTanks(formula, &ids, &tanks, &qnts, factor, 1.0, mode, 0, nullptr);
+  if (n >= 1) {
+    // Appended to what the caller's lists already hold.
+    for (int i = 0; i < n; ++i) {
+      if (CheckLevel(tanks[i], qnts[i]) > 1) continue;
+      const int tank = tanks[i];
+      const bool known = tank >= 1 && tank <= m_NumTanks && m_TankCntId != nullptr;
+      circuits.append(tank);
+      colourants.append(known ? static_cast<int>(m_TankCntId[tank - 1]) : 0);
+    }
+    return 1;
+  }
+  // The formula cannot be split: list the colourants only just served.
+  circuits.clear();
+  colourants.clear();
+  const PreparedFormula prepared = PrepareFormula(this, formula, size, baseSize, mode);
+  return ListColourants(this, prepared, circuits, colourants,
+                        [](int verdict) { return verdict == 1; });
+}

@@ -1,0 +1,64 @@
+// The purge server is told, over XML-RPC, what the machine has just
+// dispensed.
+#include <flxmlrpc/XmlRpc.h>
+
+#include <string>
+
+#include "host/qdsp32.h"
+#include "slv_internal.h"
+
+namespace {
+
+// XmlRpc++ reports transport errors on standard error; during our call
+// they are dropped, since the failure is traced once by the caller.
+class QuietErrors : public XmlRpc::XmlRpcErrorHandler {
+ public:
+  void error(const char*) override {}
+};
+
+class ScopedQuietErrors {
+ public:
+  ScopedQuietErrors() : previous_(XmlRpc::XmlRpcErrorHandler::getErrorHandler()) {
+    XmlRpc::XmlRpcErrorHandler::setErrorHandler(&quiet_);
+  }
+  ~ScopedQuietErrors() { XmlRpc::XmlRpcErrorHandler::setErrorHandler(previous_); }
+
+ private:
+  QuietErrors quiet_;
+  XmlRpc::XmlRpcErrorHandler* previous_;
+};
+
+}  // namespace
+
+int slave::UpdateDspPurgeServerAfterDispensing(char* frm) {
+  if (m_PurgeSrvOff) return 1;
+
+  ScopedQuietErrors quiet;
+  // One connection per call: nothing is kept between dispenses.
+  XmlRpc::XmlRpcClient client(m_PurgeSrvHost, m_PurgeSrvPort);
+  XmlRpc::XmlRpcValue params;
+  params.setSize(3);
+  params[0] = static_cast<int>(m_DispId);
+  params[1] = std::string(frm != nullptr ? frm : "");
+  params[2] = m_PurgeSrvFlag != 0;
+  XmlRpc::XmlRpcValue result;
+
+  // No time-out: the server's answer is awaited.
+  if (!client.execute("UpdateAfterDispensing", params, result, -1.0)) {
+    TarvoTrace("\nslave::UpdateDspPurgeServerAfterDispensing: DspPurgeClient.execute FAILED!!! \n");
+    client.close();
+    return 0;
+  }
+  TarvoTrace("\nslave::UpdateDspPurgeServerAfterDispensing [DispID: %ld - Formula: %s]: ", m_DispId,
+             frm != nullptr ? frm : "");
+  int answer = 0;
+  if (result.getType() == XmlRpc::XmlRpcValue::TypeInt) {
+    const int value = static_cast<int>(result);
+    TarvoTrace("\n--> RETURNED: %d", value);
+    answer = value == 1 ? 1 : 0;
+  } else if (result.getType() == XmlRpc::XmlRpcValue::TypeStruct) {
+    TarvoTrace("\n--> RETURNED: %s", result.toXml().c_str());
+  }
+  client.close();
+  return answer;
+}

@@ -1,0 +1,118 @@
+// Machine status: the predicates on the status word, the door, the model
+// and serial number, circuit status and single dispensing steps.
+#include <stdio.h>
+#include <string.h>
+
+#include "host/qdsp32.h"
+#include "slv_internal.h"
+
+namespace {
+
+const char kSource[] = "slv_stat";
+
+// The status bits, with the fixed answers in simulation and for a missing
+// answer (-1). The asymmetry is deliberate: without an answer the machine
+// counts as busy, but not as busy with an automatic process.
+struct StatusBit {
+  int mask;
+  int whenSimulated;
+  int whenNoAnswer;
+};
+
+const StatusBit kStopPressed = {1, 0, 0};
+const StatusBit kStartReleased = {2, 1, 1};
+const StatusBit kErrorQueueEmpty = {4, 1, 1};
+const StatusBit kErrorQueueOverflow = {8, 0, 0};
+const StatusBit kBusy = {16, 0, 1};
+const StatusBit kBusyForAutomaticProcess = {32, 0, 0};
+const StatusBit kCanPresent = {64, 1, 0};
+const StatusBit kEmergencyPressed = {256, 0, 0};
+const StatusBit kBusyForNozzleWash = {512, 0, 0};
+const int kDoorClosedMask = 128;
+const int kDoorSwitchOption = 4;
+
+int TestBit(const StatusBit& bit, int status) {
+  if (slave::debug) return bit.whenSimulated;
+  if (status == -1) return bit.whenNoAnswer;
+  return (status & bit.mask) != 0 ? 1 : 0;
+}
+
+// Copies the driver's answer to the last command into an 81-byte static
+// buffer. An answer too long for it is refused (empty), never cut.
+char* AnswerInto(slave* s, char* buffer, int size, int result) {
+  buffer[0] = '\0';
+  if (result != 0 || s->m_Dsp == nullptr) return buffer;
+  const char* text = s->m_Dsp->GetAnswer(s->m_DispId);
+  if (text == nullptr) return buffer;
+  if (strlen(text) >= static_cast<size_t>(size)) {
+    TarvoTrace("\n%s(%d): machine answer too long (%zu characters)", kSource, __LINE__, strlen(text));
+    return buffer;
+  }
+  memcpy(buffer, text, strlen(text) + 1);
+  return buffer;
+}
+
+}  // namespace
+
+int slave::IsStopPressed(int status) { return TestBit(kStopPressed, status); }
+int slave::IsStartReleased(int status) { return TestBit(kStartReleased, status); }
+int slave::IsErrorQueueEmpty(int status) { return TestBit(kErrorQueueEmpty, status); }
+int slave::IsErrorQueueOverflow(int status) { return TestBit(kErrorQueueOverflow, status); }
+int slave::IsBusy(int status) { return TestBit(kBusy, status); }
+int slave::IsBusyForAutomaticProcess(int status) { return TestBit(kBusyForAutomaticProcess, status); }
+int slave::IsCanPresent(int status) { return TestBit(kCanPresent, status); }
+int slave::IsEmergencyPressed(int status) { return TestBit(kEmergencyPressed, status); }
+
+int slave::IsBusyForNozzleWash(int status) {
+  const int result = TestBit(kBusyForNozzleWash, status);
+  if (!debug) {
+    TarvoTrace("\n%s(%d):IsBusyForNozzleWash() called ... code=%d status=%d", kSource, __LINE__,
+               result, status);
+  }
+  return result;
+}
+
+int slave::IsDoorClosed(int status) {
+  // Without a door switch the door counts as closed.
+  if (debug || m_DispId == 0 || !SlvOptionOn(m_Options, kDoorSwitchOption)) return 1;
+  if (status == -1) return 0;
+  return (status & kDoorClosedMask) != 0 ? 1 : 0;
+}
+
+int slave::IsDoorClosed() {
+  if (debug || m_DispId == 0 || !SlvOptionOn(m_Options, kDoorSwitchOption)) return 1;
+  char cmd[] = "/!";
+  const int status = sendcommand(cmd, nullptr, 0);
+  if (status == -1) return 0;
+  return (status & kDoorClosedMask) != 0 ? 1 : 0;
+}
+
+int slave::SetMachineModelAndSerialNo(char* text) {
+  if (text == nullptr) return 0;
+  std::string cmd = SlvFormat("/M0(%s)", text);
+  return sendcommand(&cmd[0], nullptr, 0);
+}
+
+char* slave::GetMachineModelAndSerialNo() {
+  static char buffer[81];
+  char cmd[] = "/M1";
+  const int result = sendcommand(cmd, nullptr, 0);
+  if (result != -1) return AnswerInto(this, buffer, sizeof buffer, result);
+  // Without an answer the record's serial number stands in.
+  snprintf(buffer, sizeof buffer, "%s", m_SerialNo);
+  return buffer;
+}
+
+char* slave::GetK240CircuitsStatus(int circuit) {
+  static char buffer[81];
+  char cmd[32];
+  snprintf(cmd, sizeof cmd, "/KS(%d)", circuit);
+  const int result = sendcommand(cmd, nullptr, 0);
+  return AnswerInto(this, buffer, sizeof buffer, result);
+}
+
+int slave::DispenseStep(int a, int b, int c) {
+  if (m_Dsp == nullptr) return 0;
+  // The driver takes the second and third numbers the other way round.
+  return m_Dsp->DispenseStep(m_DispId, a, c, b, 0);
+}

@@ -1,0 +1,364 @@
+// Questions about the dispenser's tanks and the colourants in them, answered
+// from the tank map and the tank and cistern tables.
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+#include "host/qdsp32.h"
+#include "slv_internal.h"
+
+namespace {
+
+bool ValidTank(const slave* s, int tank) {
+  return tank >= 1 && tank <= s->m_NumTanks && s->m_TankRecNo != nullptr &&
+         s->m_TankCntId != nullptr;
+}
+
+// The tank table on the tank's record, or null (no dispenser, tank out of
+// range, no record, tables closed).
+Qdbase* TankRecord(const slave* s, int tank, Qdbase** cist = nullptr) {
+  if (s->m_DispId < 1 || !ValidTank(s, tank)) return nullptr;
+  const long recno = s->m_TankRecNo[tank - 1];
+  Qdbase* tanks = nullptr;
+  if (recno < 1 || !_slv_dbhandles(nullptr, &tanks, nullptr)) return nullptr;
+  if (cist != nullptr) _slv_dbhandles(nullptr, nullptr, cist);
+  if (tanks->RecNo() != recno && !tanks->Go(recno)) return nullptr;
+  return tanks;
+}
+
+// Positions the cistern table on cistern id (index 1). 1 found, 0 not.
+int SeekCistern(Qdbase* cist, long id) {
+  char key[32];
+  snprintf(key, sizeof key, "%5ld", id);
+  cist->SelectIdx(1);
+  return cist->Seek(key);
+}
+
+// Reads the quantities of one tank's own record: 1 with the outputs filled,
+// 0 for a secondary tank of a linked group, -1 when its maximum cannot be
+// had.
+int ReadTankQnts(slave* s, int tank, double* cur, double* res, double* max) {
+  Qdbase* cist = nullptr;
+  Qdbase* tanks = TankRecord(s, tank, &cist);
+  if (tanks == nullptr) return -1;
+  double maxQ = 0.0;
+  tanks->ReadDouble("MAX_Q", &maxQ);
+  if (!(maxQ > -1.0)) return 0;
+
+  long cistId = 0;
+  tanks->ReadLong("CIST_ID", &cistId);
+  if (cistId != 0) {
+    if (cist == nullptr || !SeekCistern(cist, cistId)) return -1;
+    cist->ReadDouble("MAX_Q", &maxQ);
+  }
+  if (maxQ == -1.0) return -1;
+  double curQ = 0.0, resQ = 0.0;
+  tanks->ReadDouble("CUR_Q", &curQ);
+  tanks->ReadDouble("RES_Q", &resQ);
+  if (cur != nullptr) *cur = curQ;
+  if (res != nullptr) *res = resQ;
+  if (max != nullptr) *max = maxQ;
+  return 1;
+}
+
+// Writes a level row reported by the driver into the tank's record.
+void StoreDriverLevels(slave* s, int tank, double cur, double max, double res) {
+  Qdbase* tanks = TankRecord(s, tank);
+  if (tanks == nullptr) return;
+  tanks->WriteDouble("CUR_Q", cur);
+  tanks->WriteDouble("MAX_Q", max);
+  tanks->WriteDouble("RES_Q", res);
+}
+
+// Drivers that keep levels of their own are the reference: their figures
+// are copied into the tank's record before it is read.
+void RefreshFromDriver(slave* s, int tank) {
+  if (s->m_Dsp == nullptr) return;
+  if (s->m_Dsp->GetType(0, 0) == 7) {
+    long count = 0;
+    s->m_Dsp->GetCircuitLevelsCount(0, 0, 0, &count);
+    if (count < 1 || count > 100000 || tank - 1 >= count) return;
+    std::vector<double> cur(static_cast<size_t>(count)), max(cur.size()), res(cur.size());
+    s->m_Dsp->GetCircuitLevels(cur.data(), max.data(), res.data(), 0);
+    StoreDriverLevels(s, tank, cur[tank - 1], max[tank - 1], res[tank - 1]);
+    return;
+  }
+  const int rows = s->m_Dsp->GetTankLevels(s->m_DispId, nullptr, nullptr, nullptr, nullptr, 0);
+  if (rows < 1 || rows > 100000) return;
+  std::vector<long> field(static_cast<size_t>(rows));
+  std::vector<double> cur(field.size()), max(field.size()), res(field.size());
+  s->m_Dsp->GetTankLevels(s->m_DispId, field.data(), cur.data(), max.data(), res.data(), 0);
+  const int wanted = s->TankToTankField(tank);
+  for (size_t i = 0; i < field.size(); ++i) {
+    if (field[i] == wanted) StoreDriverLevels(s, tank, cur[i], max[i], res[i]);
+  }
+}
+
+}  // namespace
+
+int slave::NumCnts() {
+  if (m_NumTanks < 1 || m_TankCntId == nullptr) return 0;
+  std::vector<long> seen;
+  for (int i = 0; i < m_NumTanks; ++i) {
+    const long cnt = m_TankCntId[i];
+    if (cnt > 0 && std::find(seen.begin(), seen.end(), cnt) == seen.end()) seen.push_back(cnt);
+  }
+  return static_cast<int>(seen.size());
+}
+
+void slave::CntsList(long* out) {
+  if (out == nullptr || m_TankCntId == nullptr) return;
+  int used = 0;
+  for (int i = 0; i < m_NumTanks; ++i) {
+    const long cnt = m_TankCntId[i];
+    if (cnt > 0 && std::find(out, out + used, cnt) == out + used) out[used++] = cnt;
+  }
+}
+
+int slave::CntToNumTanks(long cnt) {
+  if (cnt < 1 || m_TankCntId == nullptr) return 0;
+  return static_cast<int>(std::count(m_TankCntId, m_TankCntId + m_NumTanks, cnt));
+}
+
+int slave::CntToTank(long cnt) {
+  if (cnt < 1 || m_TankCntId == nullptr) return 0;
+  for (int i = 0; i < m_NumTanks; ++i) {
+    if (m_TankCntId[i] == cnt) return i + 1;
+  }
+  return 0;
+}
+
+void slave::CntToTanks(long cnt, int max, int* out) {
+  if (cnt < 1 || out == nullptr || m_TankCntId == nullptr) return;
+  int found = 0;
+  for (int i = 0; i < m_NumTanks && found < max; ++i) {
+    if (m_TankCntId[i] == cnt) out[found++] = i + 1;
+  }
+}
+
+int slave::CntQntToTank(long cnt, double qnt) {
+  if (!std::isfinite(qnt)) return 0;
+  const int n = CntToNumTanks(cnt);
+  if (n == 0) return 0;
+  if (n == 1 || qnt < kSlvEpsilon) return CntToTank(cnt);
+
+  struct Row {
+    double threshold;
+    int tank;
+    double cur;
+  };
+  std::vector<int> tanks(static_cast<size_t>(n));
+  CntToTanks(cnt, n, tanks.data());
+  std::vector<Row> rows;
+  bool anyThreshold = false;
+  for (int tank : tanks) {
+    Row row = {0.0, tank, 0.0};
+    TankSoglia(tank, &row.threshold, nullptr, nullptr);
+    TankQnts(tank, &row.cur, nullptr, nullptr);
+    anyThreshold = anyThreshold || row.threshold > kSlvEpsilon;
+    rows.push_back(row);
+  }
+  if (anyThreshold) {
+    std::stable_sort(rows.begin(), rows.end(),
+                     [](const Row& a, const Row& b) { return a.threshold > b.threshold; });
+  }
+
+  const Row& last = rows.back();
+  int answer = last.tank;
+  if (m_SingleCircuit) return answer;
+
+  // Among the lowest-threshold tanks, the one holding most.
+  double best = last.cur;
+  for (size_t i = rows.size() - 1; i-- > 0 && rows[i].threshold == last.threshold;) {
+    if (rows[i].cur > best) {
+      best = rows[i].cur;
+      answer = rows[i].tank;
+    }
+  }
+
+  // With thresholds, the highest threshold the quantity reaches wins, and
+  // among its equals the tank holding most.
+  if (rows.front().threshold > kSlvEpsilon) {
+    for (size_t i = 0; i < rows.size(); ++i) {
+      if (rows[i].threshold > qnt) continue;
+      answer = rows[i].tank;
+      best = rows[i].cur;
+      for (size_t j = i + 1; j < rows.size() && rows[j].threshold == rows[i].threshold; ++j) {
+        if (rows[j].cur > best) {
+          best = rows[j].cur;
+          answer = rows[j].tank;
+        }
+      }
+      break;
+    }
+  }
+  return answer;
+}
+
+namespace {
+
+// Kinds of circuit set, as CntToTypeCircuit answers them.
+enum { kNoCircuit = 0, kOneTank = 1, kIndependent = 2, kLinked = 3, kSameThreshold = 4 };
+
+int TypeCircuit(slave* s, long cnt, bool checkThresholds) {
+  const int n = s->CntToNumTanks(cnt);
+  if (n == 0) return kNoCircuit;
+  std::vector<int> tanks(static_cast<size_t>(n));
+  s->CntToTanks(cnt, n, tanks.data());
+  int count = 0;
+  std::vector<double> thresholds;
+  for (int tank : tanks) {
+    Qdbase* record = TankRecord(s, tank);
+    if (record == nullptr) {
+      count = 0;
+      break;
+    }
+    double maxQ = 0.0, threshold = 0.0;
+    record->ReadDouble("MAX_Q", &maxQ);
+    if (maxQ == -1.0) continue;
+    record->ReadDouble("THRESHOLD", &threshold);
+    thresholds.push_back(threshold);
+    ++count;
+  }
+  int kind = kNoCircuit;
+  if (count == 1 && n == 1) kind = kOneTank;
+  else if (count == 1 && n > 1) kind = kLinked;
+  else if (count == n && n > 1) kind = kIndependent;
+  if (!checkThresholds || count == 0) return kind;
+
+  std::sort(thresholds.begin(), thresholds.end());
+  for (size_t i = 1; i < thresholds.size(); ++i) {
+    if (std::fabs(thresholds[i] - thresholds[i - 1]) < kSlvEpsilon) return kSameThreshold;
+  }
+  return kind;
+}
+
+}  // namespace
+
+int slave::CntToTypeCircuit(long cnt) { return TypeCircuit(this, cnt, true); }
+
+int slave::CntToTypeCircuitNoTh(long cnt) { return TypeCircuit(this, cnt, false); }
+
+int slave::TankToTankField(int tank) {
+  Qdbase* tanks = TankRecord(this, tank);
+  int field = 0;
+  if (tanks == nullptr || !tanks->ReadInt("TANK", &field)) return 0;
+  return field;
+}
+
+int slave::CanisterToCanisterField(int canister, bool* a, bool* b) {
+  if (m_Dsp == nullptr || m_Dsp->GetType(0, 0) != 9) return TankToTankField(canister + 1);
+  if (a != nullptr) *a = m_Dsp->GetCanisterFlagA(canister) != 0;
+  if (b != nullptr) *b = m_Dsp->GetCanisterFlagB(canister) != 0;
+  return m_Dsp->GetCanisterField(canister);
+}
+
+int slave::TankAvail(int tank) {
+  if (tank < 0 || tank > m_NumTanks || m_TankRecNo == nullptr) return 0;
+  if (tank > 0) return m_TankRecNo[tank - 1] >= 1 ? 1 : 0;
+  return static_cast<int>(std::count_if(m_TankRecNo, m_TankRecNo + m_NumTanks,
+                                        [](long recno) { return recno >= 1; }));
+}
+
+int slave::TankLocate(int tank) {
+  Qdbase* cist = nullptr;
+  Qdbase* tanks = TankRecord(this, tank, &cist);
+  if (tanks == nullptr) return 0;
+  long cistId = 0;
+  tanks->ReadLong("CIST_ID", &cistId);
+  if (cistId == 0 || cist == nullptr) return 1;
+  return SeekCistern(cist, cistId) ? 1 : 2;
+}
+
+int slave::TankQnts(int tank, double* cur, double* res, double* max) {
+  if (cur != nullptr) *cur = 0.0;
+  if (res != nullptr) *res = 0.0;
+  if (max != nullptr) *max = 0.0;
+  if (TankRecord(this, tank) == nullptr) return 0;
+
+  RefreshFromDriver(this, tank);
+  const int own = ReadTankQnts(this, tank, cur, res, max);
+  if (own == 1) return 1;
+  if (own == -1) return 0;
+
+  // A secondary tank of a linked group answers its master's quantities.
+  const int n = CntToNumTanks(m_TankCntId[tank - 1]);
+  std::vector<int> group(static_cast<size_t>(n));
+  CntToTanks(m_TankCntId[tank - 1], n, group.data());
+  int result = 0;
+  for (int member : group) {
+    if (m_TankRecNo[member - 1] < 1) return 0;
+    result = ReadTankQnts(this, member, cur, res, max);
+    if (result == 1) break;
+  }
+  return result;
+}
+
+int slave::TankResolution(int tank, double* res) {
+  TarvoTrace("\nslave:TankResolution called with param=%d", tank);
+  if (res == nullptr) {
+    TarvoTrace("\nslave:TankResolution - invalid parameter");
+    return 0;
+  }
+  *res = 0.0;
+  Qdbase* tanks = nullptr;
+  if (!_slv_dbhandles(nullptr, &tanks, nullptr)) {
+    TarvoTrace("\nslave:TankResolution - unable to open tanks.dbf");
+    return 0;
+  }
+
+  if (ValidTank(this, tank)) {
+    const long recno = m_TankRecNo[tank - 1];
+    if (recno < 1) {
+      TarvoTrace("\nslave:TankResolution - invalid recno %ld for tank %d", recno, tank);
+      return 0;
+    }
+    double value = 0.0;
+    if (tanks->Go(recno) && tanks->ReadDouble("RESOLUT", &value) && value > 1e-6) {
+      *res = value;
+      TarvoTrace("\n02)slave:TankResolution - minimal resolution found = %.4lf", value);
+      return 1;
+    }
+    TarvoTrace("\n02)slave:TankResolution - minimal resolution NOT found");
+    return 0;
+  }
+
+  // The search over every tank starts from 0 and only takes a smaller value,
+  // so it never finds one; hosts rely on this answer for "all tanks".
+  double smallest = 0.0;
+  for (int t = 1; t <= m_NumTanks && m_TankRecNo != nullptr; ++t) {
+    double value = 0.0;
+    if (m_TankRecNo[t - 1] >= 1 && tanks->Go(m_TankRecNo[t - 1]) &&
+        tanks->ReadDouble("RESOLUT", &value) && value > 1e-6 && value < smallest) {
+      smallest = value;
+    }
+  }
+  if (smallest > 1e-6) {
+    *res = smallest;
+    TarvoTrace("\n01)slave:TankResolution - minimal resolution found = %.4lf", smallest);
+    return 1;
+  }
+  TarvoTrace("\n01)slave:TankResolution - minimal resolution NOT found");
+  return 0;
+}
+
+int slave::MoveToFill(int tank) {
+  if (m_Dsp == nullptr) return 0;
+  return m_Dsp->MoveToFill(m_DispId, tank) == 0 ? 1 : 0;
+}
+
+int slave::CheckLevel(int tank, double qnt) {
+  Qdbase* tanks = nullptr;
+  if (!_slv_dbhandles(nullptr, &tanks, nullptr)) return 0;
+  double cur = 0.0, res = 0.0;
+  if (TankQnts(tank, &cur, &res, nullptr) < 1) return 0;
+  return slave_test_level(cur - qnt, res);
+}
+
+void slave::SetSingleCircuit(int on) {
+  if (on == 0 || on == 1) m_SingleCircuit = on;
+}

@@ -1,0 +1,69 @@
+// Small helpers shared by the library's sources.
+#include <stdarg.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <cmath>
+
+#include "slv_internal.h"
+
+std::string SlvFormat(const char* fmt, ...) {
+  va_list args;
+  va_start(args, fmt);
+  va_list copy;
+  va_copy(copy, args);
+  int len = vsnprintf(nullptr, 0, fmt, copy);
+  va_end(copy);
+  std::string text;
+  if (len > 0) {
+    text.resize(static_cast<size_t>(len) + 1);
+    vsnprintf(&text[0], text.size(), fmt, args);
+    text.resize(static_cast<size_t>(len));
+  }
+  va_end(args);
+  return text;
+}
+
+bool SlvOptionOn(const char* options, int pos) {
+  if (options == nullptr || pos < 0 || pos > 31) return false;
+  if (static_cast<size_t>(pos) >= strnlen(options, 33)) return false;
+  return options[pos] == '1';
+}
+
+namespace {
+
+// The piece as its own zero-terminated text ("" when missing).
+std::string Piece(const char* text, int from, int to) {
+  if (text == nullptr || from < 0 || to < from) return std::string();
+  size_t len = strlen(text);
+  if (static_cast<size_t>(from) >= len) return std::string();
+  size_t end = static_cast<size_t>(to) + 1;
+  if (end > len) end = len;
+  return std::string(text + from, end - static_cast<size_t>(from));
+}
+
+}  // namespace
+
+long SlvPieceLong(const char* text, int from, int to) {
+  std::string piece = Piece(text, from, to);
+  char* end = nullptr;
+  long value = strtol(piece.c_str(), &end, 10);
+  return end == piece.c_str() ? 0 : value;
+}
+
+double SlvPieceDouble(const char* text, int from, int to) {
+  std::string piece = Piece(text, from, to);
+  char* end = nullptr;
+  double value = strtod(piece.c_str(), &end);
+  if (end == piece.c_str() || !std::isfinite(value)) return 0.0;
+  return value;
+}
+
+Qdbase* SlvDispenserRecord(const slave* s) {
+  if (s == nullptr || s->m_DispId < 1) return nullptr;
+  Qdbase* disp = nullptr;
+  if (!_slv_dbhandles(&disp, nullptr, nullptr)) return nullptr;
+  if (!_slv_SelectDispenser(disp, s->m_DispId)) return nullptr;
+  return disp;
+}

@@ -1,0 +1,87 @@
+// send: one command text through the library's command channel, with the
+// result and the machine's answer.
+#include <stdio.h>
+
+#include <string>
+#include <vector>
+
+#include "command_kinds.h"
+#include "commands.h"
+#include "dispenser_session.h"
+#include "report.h"
+
+namespace {
+
+// A code with the text the machine table gives it, e.g. "4 (ERROR : command
+// refused)"; just the number when the table has none.
+std::string CodeWithText(int code) {
+  const std::string text = ResultCodeText(code);
+  if (text.empty()) return std::to_string(code);
+  return std::to_string(code) + " (" + text + ")";
+}
+
+bool CheckCommandText(const std::string& cmd, std::string* error) {
+  if (cmd.empty()) {
+    *error = "the command text is empty";
+    return false;
+  }
+  const size_t longest = SLV_CMD_BUFFER - 1;
+  if (cmd.size() > longest) {
+    *error = "the command text is " + std::to_string(cmd.size()) +
+             " characters long; at most " + std::to_string(longest) + " fit";
+    return false;
+  }
+  return true;
+}
+
+// Each prints the result and returns why the command failed ("" when it
+// succeeded).
+std::string ReportQuery(const std::string& cmd, long dispenser, int result) {
+  printf("kind:    query\n");
+  if (result == -1) {
+    printf("result:  -1 (no answer)\n");
+    return "no answer from dispenser " + std::to_string(dispenser) + " to " + cmd;
+  }
+  printf("result:  %d\n", result);
+  return "";
+}
+
+std::string ReportAction(const std::string& cmd, const slave& s, int result) {
+  printf("kind:    action\n");
+  if (result == 1) {
+    printf("result:  1 (done)\n");
+    return "";
+  }
+  printf("result:  %d (failed)\n", result);
+  const std::string code = CodeWithText(s.m_LastError);
+  printf("error:   %s\n", code.c_str());
+  return cmd + " failed with code " + code;
+}
+
+}  // namespace
+
+int RunSend(const Invocation& invocation) {
+  int status = kExitOk;
+  if (!HasArgumentCount(invocation, 1, &status)) return status;
+  const std::string& cmd = invocation.args[0];
+  std::string error;
+  if (!CheckCommandText(cmd, &error)) return UsageError(error, "qslave send --help");
+  std::unique_ptr<slave> s = OpenDispenser(invocation.options, &error);
+  if (!s) return Fail(error);
+
+  std::vector<char> text(cmd.begin(), cmd.end());
+  text.push_back('\0');
+  // One byte of the answer buffer is never written: the answer always ends
+  // with its terminator, even when it fills the rest.
+  char answer[SLV_CMD_BUFFER] = {};
+  const int result = s->sendcommand(text.data(), answer, SLV_CMD_BUFFER - 1);
+
+  printf("command: %s\n", cmd.c_str());
+  const std::string failure = IsQueryCommand(cmd)
+                                  ? ReportQuery(cmd, s->m_DispId, result)
+                                  : ReportAction(cmd, *s, result);
+  printf("answer:  \"%s\"\n", answer);
+  fflush(stdout);
+  if (!failure.empty()) return Fail(failure);
+  return kExitOk;
+}
