@@ -1216,6 +1216,36 @@ TEST_F(QdbaseTest, PackWritesPendingChangesFirst) {
   EXPECT_EQ(99, Long(db, "ID"));
 }
 
+// Pack writes a complete new file before it replaces the old one: when the
+// new file cannot be made (here its name, longer than the table's, exceeds
+// the file system's limit), the old file and the open table stay as they
+// were.
+TEST_F(QdbaseTest, FailedPackLeavesTheOldFile) {
+  std::string base(245, 'p');
+  ASSERT_EQ(1, Qdbase::Create(dir.path().c_str(), base.c_str(), 5, kFields));
+  Qdbase db;
+  ASSERT_EQ(1, db.SetFiles(dir.path().c_str(), base.c_str(), 0, nullptr, nullptr));
+  ASSERT_EQ(1, db.Open());
+  for (long id = 1; id <= 3; ++id) {
+    ASSERT_EQ(1, db.Append());
+    ASSERT_EQ(1, db.WriteLong("ID", id));
+  }
+  ASSERT_EQ(1, db.Go(2));
+  ASSERT_EQ(1, db.Delete());
+  std::string before = ReadFile(dir.file(base + ".dbf"));
+  TraceCapture trace;
+  EXPECT_EQ(0, db.Pack());
+  EXPECT_NE(std::string::npos, trace.text().find("cannot pack")) << trace.text();
+  EXPECT_EQ(before, ReadFile(dir.file(base + ".dbf")));
+  EXPECT_EQ(1, db.IsOpen());
+  EXPECT_EQ(3, db.RecCount());
+  EXPECT_EQ(2, db.RecNo());
+  EXPECT_EQ(1, db.IsDeleted());
+  std::string listing;
+  qtest::RunCommand("ls -A '" + dir.path() + "' | wc -l", &listing);
+  EXPECT_EQ("2\n", listing);  // t.dbf and the long one, nothing half-written
+}
+
 TEST_F(QdbaseTest, PackOfAClosedTableFails) {
   Qdbase db;
   EXPECT_EQ(0, db.Pack());

@@ -57,7 +57,8 @@ TEST(QdbaseKeys, ArithmeticAndPrecedence) {
 TEST(QdbaseKeys, StrLikeDbase) {
   EXPECT_EQ("    7", Eval("STR(TANK,5)").text);
   EXPECT_EQ("  1.50", Eval("STR(QTY,6,2)").text);
-  EXPECT_EQ("    2", Eval("STR(QTY,5)").text);  // rounded
+  EXPECT_EQ("    2", Eval("STR(QTY,5)").text);  // rounded half away from zero
+  EXPECT_EQ("    3", qdb::DbaseStr(2.5, 5, 0));
   EXPECT_EQ("**", Eval("STR(TANK*100,2)").text);  // does not fit
   EXPECT_EQ("   12    7", Eval("DISP_ID+STR(TANK,5)").text);
   EXPECT_EQ("    0", qdb::DbaseStr(-0.2, 5, 0));
@@ -77,7 +78,7 @@ TEST(QdbaseKeys, TextComparisonPadsWithBlanks) {
   EXPECT_LT(qdb::CompareTexts("    3", "   12"), 0);
   EXPECT_LT(qdb::CompareTexts("a", "b"), 0);
   EXPECT_GT(qdb::CompareTexts("\xe9", "z"), 0);  // bytes compare unsigned
-  EXPECT_LT(qdb::CompareTexts("ab", "ab\x01"), 1);
+  EXPECT_GT(qdb::CompareTexts("ab", "ab\x01"), 0);  // the padding is a blank
 }
 
 TEST(QdbaseKeys, ErrorsNameTheProblem) {

@@ -319,6 +319,9 @@ double DbaseVal(const char* text, size_t len) {
 std::string DbaseStr(double value, int width, int decimals) {
   if (width < 1) return std::string();
   if (!isfinite(value)) return std::string(static_cast<size_t>(width), '*');
+  // Half away from zero, as dBase rounds.
+  double p = pow(10.0, decimals);
+  if (fabs(value * p) < 4503599627370496.0) value = round(value * p) / p;
   char buf[400];
   int len = snprintf(buf, sizeof buf, "%*.*f", width, decimals, value);
   if (len < 0 || len > width) return std::string(static_cast<size_t>(width), '*');

@@ -11,9 +11,9 @@
 // (M fields cannot be used). VAL takes a text and gives a number (dBase VAL:
 // leading blanks skipped, the longest number at the start, 0 when there is
 // none). STR(x,n[,d]) takes a number and gives it right-aligned in n
-// characters with d decimals (default 0), or n '*' when it does not fit, as
-// dBase's STR. '+' adds two numbers or joins two texts; '*' multiplies two
-// numbers; any other mix is a type error.
+// characters with d decimals (default 0; halves rounded away from zero), or
+// n '*' when it does not fit, as dBase's STR. '+' adds two numbers or joins
+// two texts; '*' multiplies two numbers; any other mix is a type error.
 #ifndef QSLAVE_REFHOST_KEY_EXPRESSION_H
 #define QSLAVE_REFHOST_KEY_EXPRESSION_H
 
