@@ -11,18 +11,17 @@
 
 namespace {
 
-using qtest::CountMatching;
 using qtest::DispenserRow;
-using qtest::SourceRe;
 using qtest::StandardDispenser;
 using qtest::TankRow;
 
-const std::string kOpenError =
-    "\n" + SourceRe("slv_dbs") +
-    "\\(\\d+\\): error opening DISPS\\.DBF or TANKS\\.DBF";
-const std::string kClosedError =
-    "\n" + SourceRe("slv_dbs") +
-    "\\(\\d+\\): error \\.\\.\\. DISPS\\.DBF or TANKS\\.DBF are closed";
+const char kOpenError[] = ": error opening DISPS.DBF or TANKS.DBF";
+const char kClosedError[] = ": error ... DISPS.DBF or TANKS.DBF are closed";
+
+// Number of traced table errors with the given text.
+int DbsErrors(const qtest::TraceCapture& trace, const char* text) {
+  return qtest::CountSourceLines(trace.messages(), "slv_dbs", text);
+}
 
 bool EndsWith(const std::string& text, const std::string& tail) {
   return text.size() >= tail.size() &&
@@ -61,7 +60,7 @@ TEST_F(ConfigTables, OpenWithAllThreeTablesReturnsOne) {
   EXPECT_TRUE(d->IsOpen());
   EXPECT_TRUE(t->IsOpen());
   EXPECT_TRUE(c->IsOpen());
-  EXPECT_EQ(CountMatching(trace_.messages(), kOpenError), 0);
+  EXPECT_EQ(DbsErrors(trace_, kOpenError), 0);
 }
 
 TEST_F(ConfigTables, TablesAreBoundToTheFilesInTheDataDirectory) {
@@ -87,7 +86,7 @@ TEST_F(ConfigTables, MissingCisternTableOpensWithTwo) {
   EXPECT_NE(d, nullptr);
   EXPECT_NE(t, nullptr);
   EXPECT_EQ(c, nullptr);
-  EXPECT_EQ(CountMatching(trace_.messages(), kClosedError), 0);
+  EXPECT_EQ(DbsErrors(trace_, kClosedError), 0);
 }
 
 TEST_F(ConfigTables, MissingCisternTableStillSelectsDispenserWithItsTanks) {
@@ -113,7 +112,7 @@ TEST_F(ConfigTables, MissingCisternTableStillSelectsDispenserWithItsTanks) {
 TEST_F(ConfigTables, MissingDispenserTableFailsWithOpenErrorTrace) {
   tables_.Remove(QDB_SCHEMA_DISPS);
   EXPECT_EQ(_slv_OpenDatabases(), 0);
-  EXPECT_EQ(CountMatching(trace_.messages(), kOpenError), 1)
+  EXPECT_EQ(DbsErrors(trace_, kOpenError), 1)
       << trace_.text();
   EXPECT_FALSE(DispOpen());
 }
@@ -124,7 +123,7 @@ TEST_F(ConfigTables, MissingTankTableOpensWithOneAndLeavesDispenserClosed) {
   EXPECT_EQ(_slv_OpenDatabases(), 1);
   // No early return and no trace for the tank table: the cistern table was
   // still opened.
-  EXPECT_EQ(CountMatching(trace_.messages(), kOpenError), 0);
+  EXPECT_EQ(DbsErrors(trace_, kOpenError), 0);
   EXPECT_TRUE(CisternOpen());
 }
 
@@ -142,7 +141,7 @@ TEST_F(ConfigTables, MissingTankTableMakesLaterHandlesFailWithClosedTrace) {
   Qdbase* d = reinterpret_cast<Qdbase*>(&d);
   EXPECT_EQ(_slv_dbhandles(&d, nullptr, nullptr), 0);
   EXPECT_EQ(d, nullptr);
-  EXPECT_EQ(CountMatching(trace_.messages(), kClosedError), 1)
+  EXPECT_EQ(DbsErrors(trace_, kClosedError), 1)
       << trace_.text();
 }
 
@@ -153,7 +152,7 @@ TEST_F(ConfigTables, MissingTankTableLeavesSlaveWithoutDispenser) {
   EXPECT_LT(s.m_DispId, 1);
   EXPECT_EQ(s.m_Dsp, nullptr);
   EXPECT_EQ(s.Set(1), 0);
-  EXPECT_GE(CountMatching(trace_.messages(), kClosedError), 1);
+  EXPECT_GE(DbsErrors(trace_, kClosedError), 1);
 }
 
 TEST_F(ConfigTables, MissingDispenserTableLeavesSlaveWithoutDispenser) {
@@ -173,7 +172,7 @@ TEST_F(ConfigTables, AllTablesMissingOpenWithZero) {
   tables_.Remove(QDB_SCHEMA_TANKS);
   tables_.Remove(QDB_SCHEMA_CISTERN);
   EXPECT_EQ(_slv_OpenDatabases(), 0);
-  EXPECT_EQ(CountMatching(trace_.messages(), kOpenError), 1);
+  EXPECT_EQ(DbsErrors(trace_, kOpenError), 1);
   Qdbase* d = nullptr;
   Qdbase* t = nullptr;
   Qdbase* c = nullptr;
@@ -245,14 +244,14 @@ TEST_F(ConfigTables, SlaveCloseDatabasesClosesTheTables) {
 
 TEST_F(ConfigTables, HandlesWithNothingWantedReturnOneWithoutTrace) {
   EXPECT_EQ(_slv_dbhandles(nullptr, nullptr, nullptr), 1);
-  EXPECT_EQ(CountMatching(trace_.messages(), kClosedError), 0);
+  EXPECT_EQ(DbsErrors(trace_, kClosedError), 0);
 }
 
 TEST_F(ConfigTables, HandlesWantingOnlyClosedCisternReturnOne) {
   Qdbase* c = reinterpret_cast<Qdbase*>(&c);
   EXPECT_EQ(_slv_dbhandles(nullptr, nullptr, &c), 1);
   EXPECT_EQ(c, nullptr);
-  EXPECT_EQ(CountMatching(trace_.messages(), kClosedError), 0);
+  EXPECT_EQ(DbsErrors(trace_, kClosedError), 0);
 }
 
 TEST_F(ConfigTables, HandlesOfClosedTablesAreNullWithClosedTrace) {
@@ -263,7 +262,7 @@ TEST_F(ConfigTables, HandlesOfClosedTablesAreNullWithClosedTrace) {
   EXPECT_EQ(d, nullptr);
   EXPECT_EQ(t, nullptr);
   EXPECT_EQ(c, nullptr);
-  EXPECT_EQ(CountMatching(trace_.messages(), kClosedError), 1)
+  EXPECT_EQ(DbsErrors(trace_, kClosedError), 1)
       << trace_.text();
 }
 
@@ -277,7 +276,7 @@ TEST_F(ConfigTables, HandlesWantingClosedTankTableFail) {
   Qdbase* again = reinterpret_cast<Qdbase*>(&again);
   EXPECT_EQ(_slv_dbhandles(nullptr, &again, nullptr), 0);
   EXPECT_EQ(again, nullptr);
-  EXPECT_EQ(CountMatching(trace_.messages(), kClosedError), 1);
+  EXPECT_EQ(DbsErrors(trace_, kClosedError), 1);
   // The dispenser table alone is still handed out.
   Qdbase* d = nullptr;
   EXPECT_EQ(_slv_dbhandles(&d, nullptr, nullptr), 1);

@@ -14,13 +14,12 @@
 
 namespace {
 
-using qtest::CountMatching;
+using qtest::CountSourceLines;
 using qtest::CountOf;
 using qtest::CountPrefix;
 using qtest::DispenserRow;
 using qtest::FixedText;
 using qtest::Sim;
-using qtest::SourceRe;
 using qtest::StandardDispenser;
 
 const char kDoorSwitch[] = "00001000000000000000000000000000";
@@ -124,11 +123,14 @@ TEST_F(MachineStatus, NozzleWashIsTracedOutsideSimulation) {
   trace_.clear();
   EXPECT_EQ(s->IsBusyForNozzleWash(512), 1);
   EXPECT_EQ(s->IsBusyForNozzleWash(-1), 0);
-  std::string head = "\n" + SourceRe("slv_stat") +
-                     "\\(\\d+\\):IsBusyForNozzleWash\\(\\) called \\.\\.\\. ";
-  EXPECT_EQ(CountMatching(trace_.messages(), head + "code=1 status=512"), 1)
+  const std::string head = ":IsBusyForNozzleWash() called ... ";
+  EXPECT_EQ(CountSourceLines(trace_.messages(), "slv_stat",
+                             head + "code=1 status=512"),
+            1)
       << trace_.text();
-  EXPECT_EQ(CountMatching(trace_.messages(), head + "code=0 status=-1"), 1)
+  EXPECT_EQ(CountSourceLines(trace_.messages(), "slv_stat",
+                             head + "code=0 status=-1"),
+            1)
       << trace_.text();
 }
 
@@ -201,8 +203,11 @@ TEST_F(MachineStatus, DoorQueryInSimulationSendsNothing) {
 
 // --- Firmware generation ----------------------------------------------------------
 
-const std::string kAskingFw =
-    "\n" + SourceRe("slv_fw") + "\\(\\d+\\): Asking for firmware version: -> ";
+const char kAskingFw[] = ": Asking for firmware version: -> ";
+
+bool IsAskingFw(const std::string& message) {
+  return qtest::IsSourceLine(message, "slv_fw", kAskingFw);
+}
 
 TEST_F(MachineStatus, NewerFirmwareIsTwo) {
   std::unique_ptr<slave> s = OpenWithOptions(kAllOff);
@@ -211,7 +216,7 @@ TEST_F(MachineStatus, NewerFirmwareIsTwo) {
   EXPECT_EQ(s->m_FwVersion, 2);
   std::vector<std::string> messages = trace_.messages();
   ASSERT_EQ(messages.size(), 2u) << trace_.text();
-  EXPECT_EQ(CountMatching({messages[0]}, kAskingFw), 1) << messages[0];
+  EXPECT_TRUE(IsAskingFw(messages[0])) << messages[0];
   EXPECT_EQ(messages[1], ": [2]->Forvel, Stanza, Lumet KXQP.");
 }
 
@@ -222,7 +227,7 @@ TEST_F(MachineStatus, OldFirmwareIsOne) {
   EXPECT_EQ(s->SlaveFw(), 1);
   std::vector<std::string> messages = trace_.messages();
   ASSERT_EQ(messages.size(), 2u) << trace_.text();
-  EXPECT_EQ(CountMatching({messages[0]}, kAskingFw), 1) << messages[0];
+  EXPECT_TRUE(IsAskingFw(messages[0])) << messages[0];
   EXPECT_EQ(messages[1], ": [1]->Old firmware.");
 }
 
@@ -265,7 +270,7 @@ TEST_F(MachineStatus, FirmwareWithoutDriverIsMinusTwoAndNotCached) {
   trace_.clear();
   EXPECT_EQ(s.SlaveFw(), -2);
   EXPECT_EQ(s.m_FwVersion, -1);
-  EXPECT_EQ(CountMatching(trace_.messages(), kAskingFw), 0);
+  EXPECT_EQ(CountSourceLines(trace_.messages(), "slv_fw", kAskingFw), 0);
 }
 
 // --- Forcing an option ---------------------------------------------------------------

@@ -15,7 +15,7 @@ class SimulatedDispenser : public CDispenser {
  public:
   // The status word of a healthy idle machine: start released (2), error
   // queue empty (4), can present (64), door closed (128).
-  static const int kIdleStatus = 2 | 4 | 64 | 128;
+  static constexpr int kIdleStatus = 2 | 4 | 64 | 128;
 
   SimulatedDispenser(int type, int variant);
   ~SimulatedDispenser() override;

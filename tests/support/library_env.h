@@ -73,6 +73,42 @@ inline std::string SourceRe(const std::string& base) {
   return "(?:[^\\n]*/)?" + base + "(?:\\.cpp)?";
 }
 
+// Whether a trace message is a library line that names its source: "\n",
+// the source file (base name, with or without directory and ".cpp"), the
+// line number in brackets, then exactly rest.
+inline bool IsSourceLine(const std::string& message, const std::string& base,
+                         const std::string& rest) {
+  if (message.empty() || message[0] != '\n') return false;
+  size_t open = message.find('(', 1);
+  if (open == std::string::npos) return false;
+  std::string name = message.substr(1, open - 1);
+  size_t slash = name.rfind('/');
+  if (slash != std::string::npos) name = name.substr(slash + 1);
+  const std::string ext = ".cpp";
+  if (name.size() > ext.size() &&
+      name.compare(name.size() - ext.size(), ext.size(), ext) == 0) {
+    name.resize(name.size() - ext.size());
+  }
+  if (name != base) return false;
+  size_t pos = open + 1;
+  size_t digits = pos;
+  while (pos < message.size() && message[pos] >= '0' && message[pos] <= '9') {
+    ++pos;
+  }
+  if (pos == digits || pos >= message.size() || message[pos] != ')') {
+    return false;
+  }
+  return message.substr(pos + 1) == rest;
+}
+
+// Number of messages that are the library line IsSourceLine describes.
+inline int CountSourceLines(const std::vector<std::string>& messages,
+                            const std::string& base, const std::string& rest) {
+  int n = 0;
+  for (const std::string& m : messages) n += IsSourceLine(m, base, rest);
+  return n;
+}
+
 // Changes the current directory for the life of the object.
 class ScopedCwd {
  public:
