@@ -79,7 +79,10 @@ class CZutable {
 // fraction. Any other text (empty brackets, a missing colon or quantity, a
 // non-numeric key, an unclosed bracket, characters outside brackets) is
 // malformed: count() is then negative and the formula holds no component.
-// An empty or blank text is a formula of no component.
+// An empty or blank text is a formula of no component. A text that does not
+// begin with a bracket is read as the comma list "key,quantity,key,quantity"
+// (blanks around the items and one trailing comma allowed), the form in
+// which drivers and host programs also write formulas.
 class kformula {
  public:
   kformula();

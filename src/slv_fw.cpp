@@ -1,5 +1,6 @@
 // The command channel to the driver, its trace, the machine's error queue,
 // the free trace function `message`, and the firmware generation.
+#include <limits.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -182,7 +183,9 @@ int slave::ForceOption(int pos, int on) {
   Qdbase* disp = SlvDispenserRecord(this);
   if (disp == nullptr) return 0;
 
-  char options[sizeof m_Options];
+  // Zeroed whole: the filling below runs past the copied text's terminator,
+  // and the text must end right after the position it reaches.
+  char options[sizeof m_Options] = {};
   snprintf(options, sizeof options, "%s", m_Options);
   // A shorter text is filled with '0' (off) up to the position.
   for (size_t i = strlen(options); i < static_cast<size_t>(pos); ++i) options[i] = '0';
@@ -203,18 +206,29 @@ bool ReadCfgStr(const slave* s, char* cfg, int size) {
   return disp != nullptr && disp->ReadString("CFG_STR", cfg, size, 0, 0) != 0;
 }
 
+
+// A height worked out from CFG_STR. The pieces may hold exponents
+// ("1e99"), so the product can be far outside int: such a figure is no
+// height, and answers 0 as an unreadable CFG_STR does.
+int Height(double value) {
+  if (!(value > static_cast<double>(INT_MIN) - 1.0 && value < static_cast<double>(INT_MAX) + 1.0)) {
+    return 0;
+  }
+  return static_cast<int>(value);
+}
+
 }  // namespace
 
 int slave::Hfoto() {
   char cfg[128];
   if (!ReadCfgStr(this, cfg, sizeof cfg)) return 0;
-  return static_cast<int>(SlvPieceDouble(cfg, 1, 3) / 100.0 * SlvPieceDouble(cfg, 4, 7));
+  return Height(SlvPieceDouble(cfg, 1, 3) / 100.0 * SlvPieceDouble(cfg, 4, 7));
 }
 
 int slave::HPrefPos() {
   char cfg[128];
   if (!ReadCfgStr(this, cfg, sizeof cfg)) return 0;
-  return static_cast<int>(SlvPieceDouble(cfg, 1, 3) / 100.0 * SlvPieceDouble(cfg, 33, 36));
+  return Height(SlvPieceDouble(cfg, 1, 3) / 100.0 * SlvPieceDouble(cfg, 33, 36));
 }
 
 int slave::ManualPuncher() {

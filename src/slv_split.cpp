@@ -43,7 +43,7 @@ int GroupVerdict(ColourantInDispenser* c, int lo, int hi) {
 // Drivers of type 9 judge a colourant's level themselves, from a formula in
 // colourant codes.
 int DriverLevelCheck(slave* s, long cnt, double qnt) {
-  std::string text = SlvFormat("(%ld:%.3lf)", cnt, qnt);
+  std::string text = SlvFormat("%ld,%.3lf", cnt, qnt);
   const int len = s->TranslateFormulaFromCntIdToCntCode(&text[0], nullptr, 1.0, 1.0, 0);
   if (len <= 0) return 2;
   std::vector<char> codes(static_cast<size_t>(len) + 1);
@@ -286,10 +286,12 @@ int SeekCisternText(Qdbase* cist, const char* id) { return cist->Seek(id); }
 int ColourantInDispenser::SwitchToSingleTank(double max, double res, double cur) {
   CntStatus status = CNT_ABSENT;
   if (m_Slave == nullptr || m_CntId < 1 || !IsCntOK(&status) || status != CNT_MULTI) return 0;
+  // A quantity not given (0 or below) is the largest among the tanks.
+  const bool findMax = max <= 0, findRes = res <= 0, findCur = cur <= 0;
   for (int i = 0; i < m_NumTanks; ++i) {
-    if (max <= 0) max = std::max(max, m_Tanks[i].max_q);
-    if (res <= 0) res = std::max(res, m_Tanks[i].res_q);
-    if (cur <= 0) cur = std::max(cur, m_Tanks[i].cur_q);
+    if (findMax) max = std::max(max, m_Tanks[i].max_q);
+    if (findRes) res = std::max(res, m_Tanks[i].res_q);
+    if (findCur) cur = std::max(cur, m_Tanks[i].cur_q);
   }
   CtInDspTank& master = m_Tanks[0];
   master.max_q = max;

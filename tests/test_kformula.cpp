@@ -473,3 +473,25 @@ TEST(ZuFrm, IsAFormula) {
   EXPECT_STREQ("(1:1.000)(2:2.000)", f.text());
   EXPECT_STREQ("name", f.Name());
 }
+
+// --- The comma list ---------------------------------------------------------
+
+TEST(KformulaCommaList, OneComponent) {
+  kformula f;
+  EXPECT_EQ(1, f.set("5,12.500"));
+  EXPECT_EQ((Components{{5, 12.5}}), Read(f));
+}
+
+TEST(KformulaCommaList, SeveralComponentsWithTrailingCommaAndBlanks) {
+  kformula f;
+  EXPECT_EQ(2, f.set(" 3, 12.500 ,7,0.800, "));
+  EXPECT_EQ((Components{{3, 12.5}, {7, 0.8}}), Read(f));
+}
+
+TEST(KformulaCommaList, KeyWithoutQuantityIsMalformed) { ExpectMalformed("3,12.5,7"); }
+
+TEST(KformulaCommaList, OtherSeparatorIsMalformed) { ExpectMalformed("3;12.5"); }
+
+TEST(KformulaCommaList, TwoTrailingCommasAreMalformed) { ExpectMalformed("3,12.5,,"); }
+
+TEST(KformulaCommaList, MixedWithBracketsIsMalformed) { ExpectMalformed("3,12.5(4:1.0)"); }

@@ -85,13 +85,39 @@ bool ScanComponent(const char** p, FormulaComponent* c) {
   return true;
 }
 
+// Reads "key,quantity[,key,quantity]...[,]", the comma list in which
+// drivers and host programs also write formulas.
+bool ScanCommaList(const char* p, std::vector<FormulaComponent>* out) {
+  for (;;) {
+    FormulaComponent c;
+    p = SkipBlanks(p);
+    if (!ScanKey(&p, &c.id)) return false;
+    p = SkipBlanks(p);
+    if (*p++ != ',') return false;
+    p = SkipBlanks(p);
+    if (!ScanQuantity(&p, &c.qnt)) return false;
+    out->push_back(c);
+    p = SkipBlanks(p);
+    if (*p == '\0') return true;
+    if (*p++ != ',') return false;
+    p = SkipBlanks(p);
+    if (*p == '\0') return true;  // a trailing comma ends the list
+  }
+}
+
 }  // namespace
 
 bool ParseFormulaText(const char* text, std::vector<FormulaComponent>* out) {
   out->clear();
   if (text == nullptr) return true;
   try {
-    for (const char* p = SkipBlanks(text); *p != '\0'; p = SkipBlanks(p)) {
+    const char* start = SkipBlanks(text);
+    if (*start != '\0' && *start != '(') {
+      if (ScanCommaList(start, out)) return true;
+      out->clear();
+      return false;
+    }
+    for (const char* p = start; *p != '\0'; p = SkipBlanks(p)) {
       FormulaComponent c;
       if (*p != '(' || !ScanComponent(&p, &c)) {
         out->clear();

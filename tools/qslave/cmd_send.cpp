@@ -1,6 +1,7 @@
 // send: one command text through the library's command channel, with the
 // result and the machine's answer.
 #include <stdio.h>
+#include <string.h>
 
 #include <string>
 #include <vector>
@@ -58,6 +59,19 @@ std::string ReportAction(const std::string& cmd, const slave& s, int result) {
   return cmd + " failed with code " + code;
 }
 
+// The library copies at most the room it is given. When the copy fills it,
+// the driver's own text tells whether the answer was longer: such an answer
+// is refused rather than shown cut.
+bool AnswerFits(slave& s, const char* answer, size_t room, std::string* error) {
+  if (strlen(answer) < room) return true;
+  const char* full = s.m_Dsp->GetAnswer(s.m_DispId);
+  const size_t length = full != nullptr ? strlen(full) : 0;
+  if (length <= room) return true;
+  *error = "the machine's answer is " + std::to_string(length) +
+           " characters long; at most " + std::to_string(room) + " fit";
+  return false;
+}
+
 }  // namespace
 
 int RunSend(const Invocation& invocation) {
@@ -74,13 +88,17 @@ int RunSend(const Invocation& invocation) {
   // One byte of the answer buffer is never written: the answer always ends
   // with its terminator, even when it fills the rest.
   char answer[SLV_CMD_BUFFER] = {};
-  const int result = s->sendcommand(text.data(), answer, SLV_CMD_BUFFER - 1);
+  const int room = SLV_CMD_BUFFER - 1;
+  const int result = s->sendcommand(text.data(), answer, room);
 
   printf("command: %s\n", cmd.c_str());
-  const std::string failure = IsQueryCommand(cmd)
-                                  ? ReportQuery(cmd, s->m_DispId, result)
-                                  : ReportAction(cmd, *s, result);
-  printf("answer:  \"%s\"\n", answer);
+  std::string failure = IsQueryCommand(cmd) ? ReportQuery(cmd, s->m_DispId, result)
+                                            : ReportAction(cmd, *s, result);
+  if (AnswerFits(*s, answer, room, &error)) {
+    printf("answer:  \"%s\"\n", answer);
+  } else if (failure.empty()) {
+    failure = error;
+  }
   fflush(stdout);
   if (!failure.empty()) return Fail(failure);
   return kExitOk;

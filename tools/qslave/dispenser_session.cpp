@@ -62,7 +62,7 @@ std::string Diagnose(const slave& s, const GlobalOptions& options,
       return "no dispenser " + std::to_string(options.dispenser_id) + " in " +
              files.disps;
     }
-    return "no default dispenser in " + files.disps + " (no record with an id)";
+    return "no default dispenser in " + files.disps;
   }
   return "no driver for dispenser " + std::to_string(s.m_DispId) +
          " (the host has none for its model)";

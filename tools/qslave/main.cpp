@@ -1,6 +1,7 @@
 // qslave: the command-line tool of service technicians and integrators.
 // Reads the global options, sets up the data directory and the trace, and
 // hands over to the command named on the command line.
+#include <stdio.h>
 #include <stdlib.h>
 
 #include <string>
@@ -29,6 +30,8 @@ bool ExportDataDir(const GlobalOptions& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  // Output and trace lines stay in order when both go to one pipe or file.
+  setvbuf(stdout, nullptr, _IOLBF, 0);
   ParsedCommandLine line;
   std::string error;
   if (!ParseCommandLine(argc, argv, &line, &error)) return UsageError(error);
@@ -47,7 +50,5 @@ int main(int argc, char** argv) {
 
   InstallTraceSink(line.options.trace);
   if (!ExportDataDir(line.options)) return Fail("cannot set QSLAVE_DATA");
-  const int status = command->run(Invocation{*command, line.options, line.args});
-  EndTraceLine();
-  return status;
+  return command->run(Invocation{*command, line.options, line.args});
 }

@@ -33,9 +33,8 @@ bool TakeValue(const char* name, int argc, char** argv, int* i,
 }
 
 bool SetDataDir(const std::string& value, GlobalOptions* options,
-                std::string* error) {
+                std::string* /*error*/) {
   options->data_dir = value;
-  (void)error;
   return true;
 }
 

@@ -2,12 +2,9 @@
 
 #include <stdio.h>
 
-#include "trace_sink.h"
-
 namespace {
 
 void WriteLine(const std::string& message) {
-  EndTraceLine();
   fprintf(stderr, "qslave: %s\n", message.c_str());
   fflush(stderr);
 }

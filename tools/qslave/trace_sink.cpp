@@ -1,33 +1,29 @@
 #include "trace_sink.h"
 
 #include <stdio.h>
-#include <string.h>
+
+#include <string>
 
 #include "host/qdsp32.h"
 
 namespace {
 
-bool g_line_open = false;
-
 void DropTrace(const char*) {}
 
+// The library begins each message with a line end instead of ending it
+// with one. Shown the other way round, every message is a whole line, and
+// the tool's own output, which may share the terminal, never lands in the
+// middle of one.
 void ShowTrace(const char* text) {
-  const size_t len = strlen(text);
-  if (len == 0) return;
-  fwrite(text, 1, len, stderr);
+  std::string line = text;
+  if (!line.empty() && line[0] == '\n') line.erase(0, 1);
+  if (line.empty() || line.back() != '\n') line += '\n';
+  fputs(line.c_str(), stderr);
   fflush(stderr);
-  g_line_open = text[len - 1] != '\n';
 }
 
 }  // namespace
 
 void InstallTraceSink(bool show) {
   TarvoTraceSetHook(show ? ShowTrace : DropTrace);
-}
-
-void EndTraceLine() {
-  if (!g_line_open) return;
-  fputc('\n', stderr);
-  fflush(stderr);
-  g_line_open = false;
 }

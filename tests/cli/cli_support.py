@@ -1,0 +1,133 @@
+"""Running the qslave tool as a process in the tests.
+
+The tool's path comes from the environment variable QSLAVE_CLI (set by
+CTest). Every run gets a clean environment: none of the reference host's
+variables leak in from the caller unless a test sets them.
+"""
+import os
+import re
+import subprocess
+import tempfile
+import unittest
+
+QSLAVE = os.environ.get("QSLAVE_CLI", "")
+
+HOST_VARIABLES = ("QSLAVE_DATA", "QSLAVE_SIM", "QSLAVE_TRACE", "DSPDEBUG",
+                  "DEBUG_NO_CLEAR")
+
+SYNOPSIS = "qslave [--data DIR] [--id N] [--trace] [--purge-server HOST:PORT]"
+
+
+class Result:
+    def __init__(self, completed):
+        self.rc = completed.returncode
+        self.out = completed.stdout
+        self.err = completed.stderr
+
+
+def run(args, env=None, cwd=None):
+    """Runs qslave with args; env adds variables to the clean environment."""
+    clean = {k: v for k, v in os.environ.items() if k not in HOST_VARIABLES}
+    clean.update(env or {})
+    completed = subprocess.run([QSLAVE] + list(args), env=clean, cwd=cwd,
+                               capture_output=True, text=True, timeout=60)
+    return Result(completed)
+
+
+def read_bytes(path):
+    with open(path, "rb") as f:
+        return f.read()
+
+
+def write_text(path, text):
+    with open(path, "w") as f:
+        f.write(text)
+
+
+TABLES = ("disps.dbf", "tanks.dbf", "cistern.dbf", "colorants.dbf",
+          "cans.dbf")
+
+
+class CliTest(unittest.TestCase):
+    """A test with a fresh temporary directory in self.dir."""
+
+    def setUp(self):
+        if not QSLAVE or not os.access(QSLAVE, os.X_OK):
+            self.fail("QSLAVE_CLI does not name the qslave program: %r" % QSLAVE)
+        self._tmp = tempfile.TemporaryDirectory(prefix="qslave-cli-")
+        self.dir = self._tmp.name
+
+    def tearDown(self):
+        self._tmp.cleanup()
+
+    def path(self, *names):
+        return os.path.join(self.dir, *names)
+
+    def init_tables(self, name="data"):
+        """Sample tables from `qslave init` in self.dir/name; returns it."""
+        target = self.path(name)
+        result = run(["init", target])
+        self.assertEqual(result.rc, 0, result.err)
+        return target
+
+    def rules(self, text):
+        """A simulator rules file holding text; returns its path."""
+        path = self.path("rules")
+        write_text(path, text)
+        return path
+
+    def assertFails(self, result, rc, message):
+        """rc, nothing on standard output, and precisely one line on
+        standard error: "qslave: " + message."""
+        self.assertEqual(result.rc, rc, result.err)
+        self.assertEqual(result.out, "")
+        self.assertEqual(result.err, "qslave: %s\n" % message)
+
+
+def add_dispenser(directory, **fields):
+    """Appends a dispenser record to directory/disps.dbf with python3-dbf,
+    an independent dBase implementation. Field names in lower case; fields
+    not given are left blank."""
+    import dbf
+    table = dbf.Table(os.path.join(directory, "disps.dbf"))
+    table.open(dbf.READ_WRITE)
+    try:
+        table.append(fields)
+    finally:
+        table.close()
+
+
+def create_empty_dispenser_table(directory):
+    """An empty disps.dbf (written with python3-dbf)."""
+    import dbf
+    table = dbf.Table(os.path.join(directory, "disps"),
+                      "ID N(5,0); X L; SLAVE N(3,0); DESCR C(24); "
+                      "OPTIONS C(32); HIDE_ID C(12)")
+    table.open(dbf.READ_WRITE)
+    table.close()
+
+
+INFO_OF_SAMPLE_DISPENSER = """\
+dispenser:    1
+address:      1
+description:  Sample dispenser
+options:      00001100000000000000000000000000
+model:        Z12
+serial:       SN-000123
+driver type:  2
+comm port:    1
+tanks:        12
+circuits:     12
+tank   1: colourant 1
+tank   2: colourant 1
+tank   3: colourant 2
+tank   4: colourant 2
+tank   5: colourant 3
+tank   6: colourant 4
+tank   7: colourant 5
+tank   8: colourant 6
+tank   9: colourant 7
+tank  10: colourant 8
+tank  11: colourant 9
+tank  12: colourant 10
+"""
