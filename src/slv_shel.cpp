@@ -66,7 +66,8 @@ int SlaveReadCan(unsigned long dataId, long canId, int* hMin, int* hMax, int* ze
     if (noPunch != nullptr) table->ReadLogical("NO_PUNCH", noPunch);
     char flags[16] = "";
     table->ReadString("FLAGS", flags, sizeof flags, 1, 1);
-    if (flags[0] != '\0' && prefFlag != nullptr) *prefFlag = flags[0] != '0';
+    const char* trimmed = flags + strspn(flags, " ");
+    if (trimmed[0] != '\0' && prefFlag != nullptr) *prefFlag = trimmed[0] != '0';
     result = 1;
   }
   cans.Close();
