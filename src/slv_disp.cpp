@@ -71,14 +71,17 @@ std::string ComponentList(const char* label, const std::vector<long>& ids,
 }  // namespace
 
 int slave::CntsToQntsWeights(int n, long* cnts, double* qnts) {
-  if (cnts == nullptr || qnts == nullptr) return 0;
   if (n <= 0) return 1;
+  if (cnts == nullptr || qnts == nullptr) return 0;
   CZutable colorants;
   colorants.SetDataId(m_DataId);
   colorants.Handle(ZUSPEC_COLORANTS);
   Qdbase* table = colorants.Open() ? colorants.Table() : nullptr;
   if (table == nullptr || table->RecCount() < 1) {
     TarvoTrace("\n%s(%d): error ... unable to open colorant database", kSource, __LINE__);
+    // Without weights no quantity can be converted: a weight left in place
+    // would be dosed as a volume, so every quantity becomes 0.
+    for (int i = 0; i < n; ++i) qnts[i] = 0.0;
     return 0;
   }
   table->SelectIdx(1);

@@ -1,0 +1,700 @@
+// Level bookkeeping: change_level (absolute and relative, clamping, driver
+// notification, the cistern that feeds the circuit, a linked circuit's
+// master), both forms of UpdateLevels, UpdateLevelsByFormula and
+// SetLevelMax, with every trace line, the table flush mode around a batch,
+// and a read-only tank table. Levels are read back from the files with
+// python3-dbfread.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <limits>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "dispense_fixture.h"
+
+namespace {
+
+using qtest::SecondaryOf;
+using qtest::Sim;
+using qtest::TankOf;
+
+// A level trace line: "\nslv_lev (<line>) <what>".
+std::string LevRe(const std::string& what) {
+  return "\\n" + qtest::SourceRe("slv_lev") + " \\(\\d+\\) " + what;
+}
+
+class Levels : public qtest::DispenseEnv {
+ protected:
+  void SetUp() override {
+    DispenseEnv::SetUp();
+    AddDispenser(hide_id_);
+    // Circuit 8 has no record; 1, 2, 7, 9 have no cistern; 3 and 4 each
+    // draw from a cistern of their own; 5 is the master of the linked 5-6
+    // and draws from cistern 3.
+    AddTanks({TankOf(1, 10, 100.0, 10.0, 200.0), TankOf(2, 20, 50.0, 5.0, 80.0),
+              TankOf(3, 30, 300.0, 10.0, 1000.0, 1), TankOf(4, 40, 200.0, 10.0, 1000.0, 2),
+              TankOf(5, 50, 300.0, 10.0, 600.0, 3), SecondaryOf(6, 50, 3),
+              TankOf(7, 70, 5.0, 0.0, -0.5), TankOf(9, 90, 10.0, 1.0, 100.0)});
+    AddCistern(1, 1, 900.0, 400.0);
+    AddCistern(2, 1, 800.0, 300.0);
+    AddCistern(3, 2, 700.0, 250.0);
+  }
+  void TearDown() override {
+    Qdbase::FlushSet(1);
+    DispenseEnv::TearDown();
+  }
+
+  void MakeReadOnly(QdbSchemaTable table) {
+    ASSERT_EQ(chmod(tables_.FileOf(table).c_str(), 0444), 0);
+  }
+
+  int Traced(const std::string& what) { return qtest::CountMatching(trace_.messages(), LevRe(what)); }
+
+  std::string hide_id_ = "ZARVO";
+  const std::map<int, double> kStart = {{1, 100.0}, {2, 50.0}, {3, 300.0}, {4, 200.0},
+                                        {5, 300.0}, {6, -1.0}, {7, 5.0},   {9, 10.0}};
+  const std::map<long, double> kCisterns = {{1, 400.0}, {2, 300.0}, {3, 250.0}};
+};
+
+// A dispenser whose driver keeps the levels itself (type 7).
+class LevelsOwnDriver : public Levels {
+ protected:
+  void SetUp() override {
+    hide_id_ = "LIQON";
+    Levels::SetUp();
+  }
+};
+
+std::map<int, double> With(std::map<int, double> levels, const std::map<int, double>& changes) {
+  for (const auto& c : changes) levels[c.first] = c.second;
+  return levels;
+}
+
+std::map<long, double> WithCisterns(std::map<long, double> levels,
+                                    const std::map<long, double>& changes) {
+  for (const auto& c : changes) levels[c.first] = c.second;
+  return levels;
+}
+
+// --- change_level -------------------------------------------------------------
+
+TEST_F(Levels, AbsoluteLevelIsWritten) {
+  slave s(1);
+  EXPECT_EQ(s.change_level(1, 150.0, 0, 0), 1);
+  EXPECT_EQ(TankLevelsOnDisk(), With(kStart, {{1, 150.0}}));
+}
+
+TEST_F(Levels, RelativeQuantityIsAddedToTheLevel) {
+  slave s(1);
+  EXPECT_EQ(s.change_level(1, -30.0, 1, 0), 1);
+  EXPECT_EQ(s.change_level(2, 12.5, 1, 0), 1);
+  EXPECT_EQ(TankLevelsOnDisk(), With(kStart, {{1, 70.0}, {2, 62.5}}));
+}
+
+TEST_F(Levels, LevelBelowZeroIsClampedToZero) {
+  slave s(1);
+  EXPECT_EQ(s.change_level(1, -130.0, 1, 0), 1);
+  EXPECT_EQ(s.change_level(2, -4.0, 0, 0), 1);
+  EXPECT_EQ(TankLevelsOnDisk(), With(kStart, {{1, 0.0}, {2, 0.0}}));
+}
+
+TEST_F(Levels, LevelAboveMaximumIsClampedToMaximum) {
+  slave s(1);
+  EXPECT_EQ(s.change_level(1, 150.0, 1, 0), 1);
+  EXPECT_EQ(s.change_level(2, 81.0, 0, 0), 1);
+  EXPECT_EQ(TankLevelsOnDisk(), With(kStart, {{1, 200.0}, {2, 80.0}}));
+}
+
+TEST_F(Levels, NegativeMaximumWinsOverZero) {
+  slave s(1);
+  EXPECT_EQ(s.change_level(7, 3.0, 0, 0), 1);
+  EXPECT_EQ(TankLevelsOnDisk(), With(kStart, {{7, -0.5}}));
+}
+
+TEST_F(Levels, NotANumberIsRefused) {
+  slave s(1);
+  trace_.clear();
+  EXPECT_EQ(s.change_level(1, std::numeric_limits<double>::quiet_NaN(), 1, 0), 0);
+  EXPECT_EQ(qtest::CountPrefix(trace_.messages(), "\nslv_lev ("), 1) << trace_.text();
+  EXPECT_EQ(TankLevelsOnDisk(), kStart);
+}
+
+TEST_F(Levels, InfinityIsRefused) {
+  slave s(1);
+  trace_.clear();
+  EXPECT_EQ(s.change_level(1, std::numeric_limits<double>::infinity(), 0, 0), 0);
+  EXPECT_EQ(qtest::CountPrefix(trace_.messages(), "\nslv_lev ("), 1) << trace_.text();
+  EXPECT_EQ(TankLevelsOnDisk(), kStart);
+}
+
+TEST_F(Levels, CircuitWithoutRecordFailsTankQnts) {
+  slave s(1);
+  ASSERT_EQ(s.m_NumTanks, 9);
+  trace_.clear();
+  EXPECT_EQ(s.change_level(8, 1.0, 0, 0), 0);
+  EXPECT_EQ(Traced("TankQnts\\(\\) failure"), 1) << trace_.text();
+  EXPECT_EQ(TankLevelsOnDisk(), kStart);
+}
+
+TEST_F(Levels, CircuitOutOfRangeFailsTankQnts) {
+  slave s(1);
+  trace_.clear();
+  EXPECT_EQ(s.change_level(0, 1.0, 0, 0), 0);
+  EXPECT_EQ(s.change_level(10, 1.0, 0, 0), 0);
+  EXPECT_EQ(Traced("TankQnts\\(\\) failure"), 2) << trace_.text();
+}
+
+TEST_F(Levels, ClosedTablesFailDbHandles) {
+  slave s(1);
+  CloseLibraryTables();
+  trace_.clear();
+  EXPECT_EQ(s.change_level(1, 1.0, 0, 0), 0);
+  EXPECT_EQ(Traced("_slv_dbhandles\\(\\) failure"), 1) << trace_.text();
+}
+
+TEST_F(Levels, CisternWriteLandsOnTheFeedingCistern) {
+  slave s(1);
+  EXPECT_EQ(s.change_level(3, -10.0, 1, 0), 1);
+  EXPECT_EQ(TankLevelsOnDisk(), With(kStart, {{3, 290.0}}));
+  EXPECT_EQ(CisternLevelsOnDisk(), WithCisterns(kCisterns, {{1, 290.0}}));
+  EXPECT_EQ(s.change_level(4, -50.0, 1, 0), 1);
+  EXPECT_EQ(TankLevelsOnDisk(), With(kStart, {{3, 290.0}, {4, 150.0}}));
+  EXPECT_EQ(CisternLevelsOnDisk(), WithCisterns(kCisterns, {{1, 290.0}, {2, 150.0}}));
+}
+
+TEST_F(Levels, CisternWriteAfterAnotherCisternSelected) {
+  slave s(1);
+  EXPECT_EQ(s.change_level(4, -50.0, 1, 0), 1);
+  EXPECT_EQ(s.change_level(3, -10.0, 1, 0), 1);
+  EXPECT_EQ(CisternLevelsOnDisk(), WithCisterns(kCisterns, {{1, 290.0}, {2, 150.0}}));
+}
+
+TEST_F(Levels, CircuitWithoutCisternWritesNoCistern) {
+  slave s(1);
+  EXPECT_EQ(s.change_level(4, -50.0, 1, 0), 1);  // cistern 2 is now current
+  EXPECT_EQ(s.change_level(1, -20.0, 1, 0), 1);
+  EXPECT_EQ(TankLevelsOnDisk(), With(kStart, {{4, 150.0}, {1, 80.0}}));
+  EXPECT_EQ(CisternLevelsOnDisk(), WithCisterns(kCisterns, {{2, 150.0}}));
+}
+
+TEST_F(Levels, CisternMaximumClampsACircuitThatDrawsFromIt) {
+  slave s(1);
+  EXPECT_EQ(s.change_level(3, 5000.0, 0, 0), 1);
+  EXPECT_EQ(TankLevelsOnDisk(), With(kStart, {{3, 900.0}}));
+  EXPECT_EQ(CisternLevelsOnDisk(), WithCisterns(kCisterns, {{1, 900.0}}));
+}
+
+TEST_F(Levels, SecondaryCircuitWritesItsMasterAndTheMastersCistern) {
+  slave s(1);
+  EXPECT_EQ(s.change_level(6, -20.0, 1, 0), 1);
+  EXPECT_EQ(TankLevelsOnDisk(), With(kStart, {{5, 280.0}}));
+  EXPECT_EQ(CisternLevelsOnDisk(), WithCisterns(kCisterns, {{3, 280.0}}));
+}
+
+TEST_F(Levels, FailedCisternWriteIsTracedAndNotFatal) {
+  MakeReadOnly(QDB_SCHEMA_CISTERN);
+  slave s(1);
+  trace_.clear();
+  EXPECT_EQ(s.change_level(3, -10.0, 1, 0), 1);
+  EXPECT_EQ(Traced("failure writing in CISTERN database"), 1) << trace_.text();
+  EXPECT_EQ(TankLevelsOnDisk(), With(kStart, {{3, 290.0}}));
+  EXPECT_EQ(CisternLevelsOnDisk(), kCisterns);
+}
+
+TEST_F(Levels, ReadOnlyTankTableFailsAndWritesNothing) {
+  MakeReadOnly(QDB_SCHEMA_TANKS);
+  const std::string before = qtest::ReadFile(tables_.FileOf(QDB_SCHEMA_TANKS));
+  slave s(1);
+  trace_.clear();
+  EXPECT_EQ(s.change_level(1, 150.0, 0, 0), 0);
+  EXPECT_EQ(Traced("failure writing in TANKS database"), 1) << trace_.text();
+  EXPECT_EQ(qtest::ReadFile(tables_.FileOf(QDB_SCHEMA_TANKS)), before);
+}
+
+TEST_F(Levels, NotifyTellsTheDriverTheNewLevel) {
+  slave s(1);
+  Sim(s)->ClearHistory();
+  EXPECT_EQ(s.change_level(1, -10.0, 1, 1), 1);
+  EXPECT_EQ(qtest::CountOf(DriverCallsOf(s), "SetDispenserLevels(1,1,[1],[90.000])"), 1);
+  EXPECT_EQ(qtest::CountPrefix(DriverCallsOf(s), "SetLevels("), 0);
+  EXPECT_EQ(TankLevelsOnDisk(), With(kStart, {{1, 90.0}}));
+}
+
+TEST_F(Levels, WithoutNotifyTheDriverIsNotTold) {
+  slave s(1);
+  Sim(s)->ClearHistory();
+  EXPECT_EQ(s.change_level(1, -10.0, 1, 0), 1);
+  EXPECT_EQ(qtest::CountPrefix(DriverCallsOf(s), "SetDispenserLevels("), 0);
+  EXPECT_EQ(qtest::CountPrefix(DriverCallsOf(s), "SetLevels("), 0);
+}
+
+TEST_F(Levels, WithoutDriverTheLevelIsStillWritten) {
+  slave s(1);
+  CDispenser_Delete(s.m_Dsp, 0);
+  s.m_Dsp = nullptr;
+  EXPECT_EQ(s.change_level(1, -10.0, 1, 1), 1);
+  EXPECT_EQ(TankLevelsOnDisk(), With(kStart, {{1, 90.0}}));
+}
+
+TEST_F(LevelsOwnDriver, WithoutNotifyNothingIsWritten) {
+  slave s(1);
+  Sim(s)->ClearHistory();
+  EXPECT_EQ(s.change_level(1, -10.0, 1, 0), 1);
+  EXPECT_EQ(TankLevelsOnDisk(), kStart);
+  EXPECT_EQ(qtest::CountPrefix(DriverCallsOf(s), "SetLevels("), 0);
+}
+
+TEST_F(LevelsOwnDriver, WithoutNotifyNoCisternIsWritten) {
+  slave s(1);
+  EXPECT_EQ(s.change_level(3, -10.0, 1, 0), 1);
+  EXPECT_EQ(TankLevelsOnDisk(), kStart);
+  EXPECT_EQ(CisternLevelsOnDisk(), kCisterns);
+}
+
+TEST_F(LevelsOwnDriver, NotifyCallsSetLevelsAndWrites) {
+  slave s(1);
+  Sim(s)->ClearHistory();
+  EXPECT_EQ(s.change_level(1, -10.0, 1, 1), 1);
+  EXPECT_EQ(qtest::CountOf(DriverCallsOf(s), "SetLevels(1,[1],[90.000])"), 1);
+  EXPECT_EQ(qtest::CountPrefix(DriverCallsOf(s), "SetDispenserLevels("), 0);
+  EXPECT_EQ(TankLevelsOnDisk(), With(kStart, {{1, 90.0}}));
+}
+
+// --- UpdateLevels (list) ----------------------------------------------------------
+
+TEST_F(Levels, ListTakesQuantitiesAway) {
+  slave s(1);
+  int circuits[] = {1, 2};
+  double qnts[] = {10.0, 5.0};
+  EXPECT_EQ(s.UpdateLevels(2, circuits, qnts, 1.0, 0), 1);
+  EXPECT_EQ(TankLevelsOnDisk(), With(kStart, {{1, 90.0}, {2, 45.0}}));
+}
+
+TEST_F(Levels, ListAddsQuantities) {
+  slave s(1);
+  int circuits[] = {1, 2};
+  double qnts[] = {10.0, 50.0};
+  EXPECT_EQ(s.UpdateLevels(2, circuits, qnts, 1.0, 1), 1);
+  EXPECT_EQ(TankLevelsOnDisk(), With(kStart, {{1, 110.0}, {2, 80.0}}));
+}
+
+TEST_F(Levels, ListScalesAppliedEntriesInPlace) {
+  slave s(1);
+  int circuits[] = {1, 0, 2, 10, 9, -1};
+  double qnts[] = {10.0, 5.0, -3.0, 4.0, 0.0, 2.0};
+  EXPECT_EQ(s.UpdateLevels(6, circuits, qnts, 2.0, 0), 1);
+  EXPECT_EQ(std::vector<double>(qnts, qnts + 6),
+            (std::vector<double>{20.0, 5.0, -3.0, 4.0, 0.0, 2.0}));
+  EXPECT_EQ(TankLevelsOnDisk(), With(kStart, {{1, 80.0}}));
+}
+
+TEST_F(Levels, ListSkipsInvalidCircuitsSilently) {
+  slave s(1);
+  int circuits[] = {0, -3, 10, 2};
+  double qnts[] = {1.0, 1.0, 1.0, 1.0};
+  trace_.clear();
+  EXPECT_EQ(s.UpdateLevels(4, circuits, qnts, 1.0, 0), 1);
+  EXPECT_EQ(qtest::CountPrefix(trace_.messages(), "\nslv_lev"), 0) << trace_.text();
+  EXPECT_EQ(TankLevelsOnDisk(), With(kStart, {{2, 49.0}}));
+}
+
+TEST_F(Levels, ListSkipsZeroAndNegativeQuantities) {
+  slave s(1);
+  int circuits[] = {1, 2};
+  double qnts[] = {0.0, -5.0};
+  EXPECT_EQ(s.UpdateLevels(2, circuits, qnts, 3.0, 1), 1);
+  EXPECT_EQ(qnts[0], 0.0);
+  EXPECT_EQ(qnts[1], -5.0);
+  EXPECT_EQ(TankLevelsOnDisk(), kStart);
+}
+
+TEST_F(Levels, ListOfNoEntriesSucceeds) {
+  slave s(1);
+  EXPECT_EQ(s.UpdateLevels(0, nullptr, nullptr, 1.0, 0), 1);
+}
+
+TEST_F(Levels, ListWithoutDispenserTracesTheId) {
+  slave s(99);
+  ASSERT_EQ(s.m_DispId, 0);
+  trace_.clear();
+  int circuits[] = {1};
+  double qnts[] = {1.0};
+  EXPECT_EQ(s.UpdateLevels(1, circuits, qnts, 1.0, 0), 0);
+  EXPECT_EQ(Traced("id == 0"), 1) << trace_.text();
+  EXPECT_EQ(TankLevelsOnDisk(), kStart);
+}
+
+TEST_F(Levels, ListWithNegativeIdTracesTheId) {
+  slave s(1);
+  s.m_DispId = -3;
+  trace_.clear();
+  int circuits[] = {1};
+  double qnts[] = {1.0};
+  EXPECT_EQ(s.UpdateLevels(1, circuits, qnts, 1.0, 0), 0);
+  EXPECT_EQ(Traced("id == -3"), 1) << trace_.text();
+  s.m_DispId = 1;
+}
+
+TEST_F(Levels, ListWithClosedTablesTraces) {
+  slave s(1);
+  CloseLibraryTables();
+  trace_.clear();
+  int circuits[] = {1};
+  double qnts[] = {1.0};
+  EXPECT_EQ(s.UpdateLevels(1, circuits, qnts, 1.0, 0), 0);
+  EXPECT_EQ(Traced("_slv_dbhandles\\(\\) failure"), 1) << trace_.text();
+}
+
+TEST_F(Levels, ListFailureDoesNotStopTheOthers) {
+  slave s(1);
+  trace_.clear();
+  int circuits[] = {8, 1};  // circuit 8 has no record
+  double qnts[] = {1.0, 10.0};
+  EXPECT_EQ(s.UpdateLevels(2, circuits, qnts, 1.0, 0), 0);
+  EXPECT_EQ(Traced("TankQnts\\(\\) failure"), 1) << trace_.text();
+  EXPECT_EQ(Traced("ModifyLevel\\(\\) failure"), 1) << trace_.text();
+  EXPECT_EQ(TankLevelsOnDisk(), With(kStart, {{1, 90.0}}));
+}
+
+TEST_F(Levels, ListOnReadOnlyTableFailsAndWritesNothing) {
+  MakeReadOnly(QDB_SCHEMA_TANKS);
+  const std::string before = qtest::ReadFile(tables_.FileOf(QDB_SCHEMA_TANKS));
+  slave s(1);
+  trace_.clear();
+  int circuits[] = {1, 2};
+  double qnts[] = {10.0, 5.0};
+  EXPECT_EQ(s.UpdateLevels(2, circuits, qnts, 1.0, 0), 0);
+  EXPECT_EQ(Traced("failure writing in TANKS database"), 2) << trace_.text();
+  EXPECT_EQ(Traced("ModifyLevel\\(\\) failure"), 2) << trace_.text();
+  EXPECT_EQ(qtest::ReadFile(tables_.FileOf(QDB_SCHEMA_TANKS)), before);
+}
+
+TEST_F(Levels, ListWritesThroughCisterns) {
+  slave s(1);
+  int circuits[] = {3, 4, 6};
+  double qnts[] = {10.0, 20.0, 30.0};
+  EXPECT_EQ(s.UpdateLevels(3, circuits, qnts, 1.0, 0), 1);
+  EXPECT_EQ(TankLevelsOnDisk(), With(kStart, {{3, 290.0}, {4, 180.0}, {5, 270.0}}));
+  EXPECT_EQ(CisternLevelsOnDisk(), WithCisterns(kCisterns, {{1, 290.0}, {2, 180.0}, {3, 270.0}}));
+}
+
+// --- Flush mode around a batch -----------------------------------------------------
+
+TEST_F(Levels, BatchWritesReachTheFileAndTheModeIsRestored) {
+  slave s(1);
+  Qdbase::FlushSet(0);
+  int circuits[] = {1};
+  double qnts[] = {10.0};
+  EXPECT_EQ(s.UpdateLevels(1, circuits, qnts, 1.0, 0), 1);
+  EXPECT_EQ(Qdbase::FlushGet(), 0) << "the caller's mode is restored";
+  // Written with flush mode 1: on disk although the caller's mode is 0 and
+  // the record has not changed since.
+  EXPECT_EQ(TankLevelsOnDisk(), With(kStart, {{1, 90.0}}));
+}
+
+TEST_F(Levels, FlushModeOneIsLeftAtOne) {
+  slave s(1);
+  Qdbase::FlushSet(1);
+  int circuits[] = {1};
+  double qnts[] = {10.0};
+  EXPECT_EQ(s.UpdateLevels(1, circuits, qnts, 1.0, 0), 1);
+  EXPECT_EQ(Qdbase::FlushGet(), 1);
+}
+
+TEST_F(Levels, FlushModeRestoredAfterAFailedEntry) {
+  slave s(1);
+  Qdbase::FlushSet(0);
+  int circuits[] = {8};
+  double qnts[] = {1.0};
+  EXPECT_EQ(s.UpdateLevels(1, circuits, qnts, 1.0, 0), 0);
+  EXPECT_EQ(Qdbase::FlushGet(), 0);
+}
+
+TEST_F(Levels, FlushModeRestoredAfterReadOnlyFailure) {
+  MakeReadOnly(QDB_SCHEMA_TANKS);
+  slave s(1);
+  Qdbase::FlushSet(0);
+  int circuits[] = {1};
+  double qnts[] = {1.0};
+  EXPECT_EQ(s.UpdateLevels(1, circuits, qnts, 1.0, 0), 0);
+  EXPECT_EQ(Qdbase::FlushGet(), 0);
+}
+
+TEST_F(Levels, FlushModeRestoredForAnEmptyBatch) {
+  slave s(1);
+  Qdbase::FlushSet(0);
+  EXPECT_EQ(s.UpdateLevels(0, nullptr, nullptr, 1.0, 0), 1);
+  EXPECT_EQ(Qdbase::FlushGet(), 0);
+}
+
+TEST_F(Levels, FlushModeUntouchedWithoutDispenser) {
+  slave s(99);
+  Qdbase::FlushSet(0);
+  int circuits[] = {1};
+  double qnts[] = {1.0};
+  EXPECT_EQ(s.UpdateLevels(1, circuits, qnts, 1.0, 0), 0);
+  EXPECT_EQ(Qdbase::FlushGet(), 0);
+}
+
+TEST_F(Levels, FlushModeUntouchedWithClosedTables) {
+  slave s(1);
+  CloseLibraryTables();
+  Qdbase::FlushSet(0);
+  int circuits[] = {1};
+  double qnts[] = {1.0};
+  EXPECT_EQ(s.UpdateLevels(1, circuits, qnts, 1.0, 0), 0);
+  EXPECT_EQ(Qdbase::FlushGet(), 0);
+}
+
+TEST_F(LevelsOwnDriver, FlushModeRestoredWhenTheDriverKeepsTheLevels) {
+  slave s(1);
+  Qdbase::FlushSet(0);
+  int circuits[] = {1, 2};
+  double qnts[] = {10.0, 5.0};
+  EXPECT_EQ(s.UpdateLevels(2, circuits, qnts, 1.0, 0), 1);
+  EXPECT_EQ(Qdbase::FlushGet(), 0);
+  EXPECT_EQ(TankLevelsOnDisk(), kStart) << "the driver keeps the levels";
+}
+
+TEST_F(Levels, FlushModeRestoredBySetLevelMax) {
+  slave s(1);
+  Qdbase::FlushSet(0);
+  EXPECT_EQ(s.SetLevelMax(), 1);
+  EXPECT_EQ(Qdbase::FlushGet(), 0);
+}
+
+// --- UpdateLevels (formula) --------------------------------------------------------
+
+TEST_F(Levels, FormulaTakesColourantsAwayFromTheirTanks) {
+  slave s(1);
+  char frm[] = "(10:10.000)(20:5.000)";
+  EXPECT_EQ(s.UpdateLevels(frm, 1.0, 1.0, 0, 0), 1);
+  EXPECT_EQ(TankLevelsOnDisk(), With(kStart, {{1, 90.0}, {2, 45.0}}));
+}
+
+TEST_F(Levels, FormulaAddsWhenAsked) {
+  slave s(1);
+  char frm[] = "(10:10.000)";
+  EXPECT_EQ(s.UpdateLevels(frm, 1.0, 1.0, 0, 1), 1);
+  EXPECT_EQ(TankLevelsOnDisk(), With(kStart, {{1, 110.0}}));
+}
+
+TEST_F(Levels, FormulaFactorsScaleTheQuantities) {
+  slave s(1);
+  char frm[] = "(10:10.000)";
+  EXPECT_EQ(s.UpdateLevels(frm, 2.0, 1.5, 0, 0), 1);
+  EXPECT_EQ(TankLevelsOnDisk(), With(kStart, {{1, 70.0}}));
+}
+
+TEST_F(Levels, FormulaWeightsAreConverted) {
+  AddColorant(10, "RED", 1250.0);
+  slave s(1);
+  char frm[] = "(10:25.000)";  // 20 cc
+  EXPECT_EQ(s.UpdateLevels(frm, 1.0, 1.0, 1, 0), 1);
+  EXPECT_EQ(TankLevelsOnDisk(), With(kStart, {{1, 80.0}}));
+}
+
+TEST_F(Levels, FormulaOfLinkedColourantLowersTheMaster) {
+  slave s(1);
+  char frm[] = "(50:20.000)";
+  EXPECT_EQ(s.UpdateLevels(frm, 1.0, 1.0, 0, 0), 1);
+  EXPECT_EQ(TankLevelsOnDisk(), With(kStart, {{5, 280.0}}));
+  EXPECT_EQ(CisternLevelsOnDisk(), WithCisterns(kCisterns, {{3, 280.0}}));
+}
+
+TEST_F(Levels, EmptyFormulaGivesZero) {
+  slave s(1);
+  char frm[] = "";
+  EXPECT_EQ(s.UpdateLevels(frm, 1.0, 1.0, 0, 0), 0);
+  EXPECT_EQ(TankLevelsOnDisk(), kStart);
+}
+
+TEST_F(Levels, FormulaWithColourantInNoTankGivesZero) {
+  slave s(1);
+  char frm[] = "(10:10.000)(99:1.000)";
+  EXPECT_EQ(s.UpdateLevels(frm, 1.0, 1.0, 0, 0), 0);
+  EXPECT_EQ(TankLevelsOnDisk(), kStart);
+}
+
+TEST_F(Levels, MalformedFormulaGivesZero) {
+  slave s(1);
+  char frm[] = "(10:10.000";
+  EXPECT_EQ(s.UpdateLevels(frm, 1.0, 1.0, 0, 0), 0);
+  EXPECT_EQ(TankLevelsOnDisk(), kStart);
+}
+
+TEST_F(Levels, FormulaOnReadOnlyTableGivesZero) {
+  MakeReadOnly(QDB_SCHEMA_TANKS);
+  slave s(1);
+  char frm[] = "(10:10.000)";
+  trace_.clear();
+  EXPECT_EQ(s.UpdateLevels(frm, 1.0, 1.0, 0, 0), 0);
+  EXPECT_EQ(Traced("failure writing in TANKS database"), 1) << trace_.text();
+  EXPECT_EQ(TankLevelsOnDisk(), kStart);
+}
+
+// --- UpdateLevelsByFormula ------------------------------------------------------------
+
+TEST_F(Levels, ByFormulaBracketedPairs) {
+  slave s(1);
+  char text[] = "(3:1.5)(4:2)";
+  EXPECT_EQ(s.UpdateLevelsByFormula(text), 1);
+  EXPECT_EQ(TankLevelsOnDisk(), With(kStart, {{3, 298.5}, {4, 198.0}}));
+  EXPECT_EQ(CisternLevelsOnDisk(), WithCisterns(kCisterns, {{1, 298.5}, {2, 198.0}}));
+}
+
+TEST_F(Levels, ByFormulaBlankSeparatedPairs) {
+  slave s(1);
+  char text[] = "3:1.5 4:2";
+  EXPECT_EQ(s.UpdateLevelsByFormula(text), 1);
+  EXPECT_EQ(TankLevelsOnDisk(), With(kStart, {{3, 298.5}, {4, 198.0}}));
+}
+
+TEST_F(Levels, ByFormulaNewlineSeparatedPairs) {
+  slave s(1);
+  char text[] = "3:1.5\n4:2\n";
+  EXPECT_EQ(s.UpdateLevelsByFormula(text), 1);
+  EXPECT_EQ(TankLevelsOnDisk(), With(kStart, {{3, 298.5}, {4, 198.0}}));
+}
+
+TEST_F(Levels, ByFormulaLeavesTheCallersTextAlone) {
+  slave s(1);
+  char text[] = "(3:1.5)(4:2)";
+  EXPECT_EQ(s.UpdateLevelsByFormula(text), 1);
+  EXPECT_STREQ(text, "(3:1.5)(4:2)");
+}
+
+TEST_F(Levels, ByFormulaQuantityEqualToTheLevelChangesNothing) {
+  slave s(1);
+  char text[] = "9:10";
+  EXPECT_EQ(s.UpdateLevelsByFormula(text), -1);
+  EXPECT_EQ(TankLevelsOnDisk(), kStart);
+}
+
+TEST_F(Levels, ByFormulaChecksEveryPairBeforeChangingAny) {
+  slave s(1);
+  char text[] = "(1:5)(2:2)(9:11)";
+  EXPECT_EQ(s.UpdateLevelsByFormula(text), -1);
+  EXPECT_EQ(TankLevelsOnDisk(), kStart);
+}
+
+TEST_F(Levels, ByFormulaWithoutColonGivesZero) {
+  slave s(1);
+  char text[] = "(3 1.5)";
+  EXPECT_EQ(s.UpdateLevelsByFormula(text), 0);
+  EXPECT_EQ(TankLevelsOnDisk(), kStart);
+}
+
+TEST_F(Levels, ByFormulaNullGivesZero) {
+  slave s(1);
+  EXPECT_EQ(s.UpdateLevelsByFormula(nullptr), 0);
+}
+
+TEST_F(Levels, ByFormulaEmptyGivesZero) {
+  slave s(1);
+  char text[] = "";
+  EXPECT_EQ(s.UpdateLevelsByFormula(text), 0);
+}
+
+TEST_F(Levels, ByFormulaMissingQuantityGivesZero) {
+  slave s(1);
+  char text[] = "(1:5)(3:";
+  EXPECT_EQ(s.UpdateLevelsByFormula(text), 0);
+  EXPECT_EQ(TankLevelsOnDisk(), kStart);
+}
+
+TEST_F(Levels, ByFormulaPairsNotMatchingColonsGiveZero) {
+  slave s(1);
+  char text[] = "3 1.5 4:2";  // one colon, two pairs
+  EXPECT_EQ(s.UpdateLevelsByFormula(text), 0);
+  EXPECT_EQ(TankLevelsOnDisk(), kStart);
+}
+
+TEST_F(Levels, ByFormulaExtraColonGivesZero) {
+  slave s(1);
+  char text[] = "3:1.5:2";  // two colons: the second pair has no quantity
+  EXPECT_EQ(s.UpdateLevelsByFormula(text), 0);
+  EXPECT_EQ(TankLevelsOnDisk(), kStart);
+}
+
+TEST_F(Levels, ByFormulaInfiniteQuantityIsRefused) {
+  slave s(1);
+  char text[] = "(1:inf)";
+  EXPECT_EQ(s.UpdateLevelsByFormula(text), 0);
+  EXPECT_EQ(TankLevelsOnDisk(), kStart);
+}
+
+TEST_F(Levels, ByFormulaNotANumberQuantityIsRefused) {
+  slave s(1);
+  char text[] = "(1:nan)";
+  EXPECT_EQ(s.UpdateLevelsByFormula(text), 0);
+  EXPECT_EQ(TankLevelsOnDisk(), kStart);
+}
+
+TEST_F(Levels, ByFormulaOnReadOnlyTableGivesZero) {
+  MakeReadOnly(QDB_SCHEMA_TANKS);
+  slave s(1);
+  char text[] = "(1:5)";
+  EXPECT_EQ(s.UpdateLevelsByFormula(text), 0);
+  EXPECT_EQ(TankLevelsOnDisk(), kStart);
+}
+
+TEST_F(Levels, ByFormulaOfManyPairs) {
+  slave s(1);
+  std::string text;
+  for (int i = 0; i < 500; ++i) text += "(1:0.1)";
+  EXPECT_EQ(s.UpdateLevelsByFormula(&text[0]), 1);
+  std::map<int, double> levels = TankLevelsOnDisk();
+  EXPECT_NEAR(levels[1], 50.0, 1e-3);
+}
+
+// --- SetLevelMax ------------------------------------------------------------------------
+
+TEST_F(Levels, SetLevelMaxFillsEveryCircuit) {
+  slave s(1);
+  EXPECT_EQ(s.SetLevelMax(), 1);
+  EXPECT_EQ(TankLevelsOnDisk(),
+            With(kStart, {{1, 200.0}, {2, 80.0}, {3, 900.0}, {4, 800.0}, {5, 700.0}, {7, -0.5},
+                          {9, 100.0}}));
+  EXPECT_EQ(CisternLevelsOnDisk(), WithCisterns(kCisterns, {{1, 900.0}, {2, 800.0}, {3, 700.0}}));
+}
+
+TEST_F(Levels, SetLevelMaxWithoutDispenser) {
+  slave s(99);
+  EXPECT_EQ(s.SetLevelMax(), 0);
+  EXPECT_EQ(TankLevelsOnDisk(), kStart);
+}
+
+TEST_F(Levels, SetLevelMaxWithClosedTablesTracesNothing) {
+  slave s(1);
+  CloseLibraryTables();
+  trace_.clear();
+  EXPECT_EQ(s.SetLevelMax(), 0);
+  EXPECT_EQ(qtest::CountPrefix(trace_.messages(), "\nslv_lev"), 0) << trace_.text();
+}
+
+TEST_F(Levels, SetLevelMaxIgnoresFailures) {
+  MakeReadOnly(QDB_SCHEMA_TANKS);
+  slave s(1);
+  EXPECT_EQ(s.SetLevelMax(), 1);
+  EXPECT_EQ(TankLevelsOnDisk(), kStart);
+}
+
+TEST(LevelsWithoutTanks, SetLevelMaxOfNoCircuitIsOne) {
+  qtest::TempDir dir;
+  qtest::ScopedEnv data("QSLAVE_DATA", dir.path().c_str());
+  qtest::ScopedEnv sim("QSLAVE_SIM", nullptr);
+  qtest::DispenserTables tables(dir.path());
+  ASSERT_GT(tables.AddDispenser(qtest::StandardDispenser(1)), 0);
+  qtest::TraceCapture trace;
+  {
+    slave s(1);
+    ASSERT_EQ(s.m_DispId, 1);
+    ASSERT_EQ(s.m_NumTanks, 0);
+    EXPECT_EQ(s.SetLevelMax(), 1);
+  }
+}
+
+}  // namespace
