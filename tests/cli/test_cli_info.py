@@ -43,7 +43,16 @@ class Info(CliTest):
                          "driver type:  8\n"
                          "comm port:    3\n"
                          "tanks:        0\n"
-                         "circuits:     0\n")
+                         "circuits:     0\n"
+                         "\n"
+                         "SLAVE INFO\n"
+                         "id.................: 2\n"
+                         "address............: 5\n"
+                         'name...............: "Second                  "\n'
+                         "last error.........: 0\n"
+                         "n. tanks...........: 0\n"
+                         "hw. options........:     \n"
+                         'dataid............: "0l"\n')
         # Dispenser 1 keeps the X mark: it stays the default.
         self.assertEqual(run(["--data", self.data, "info"]).out,
                          INFO_OF_SAMPLE_DISPENSER)

@@ -5,6 +5,7 @@
 #include "dispenser_session.h"
 #include "report.h"
 #include "text_fields.h"
+#include "trace_sink.h"
 
 namespace {
 
@@ -37,6 +38,21 @@ void PrintTanks(const slave& s) {
   }
 }
 
+// The library's own report of the dispenser, which it writes to the trace.
+// Its messages each begin with a line end, so the report opens with a
+// blank line that sets it off from the lines above.
+void PrintReport(slave& s) {
+  std::string report;
+  {
+    TraceCapture capture;
+    s.Dump();
+    report = capture.Text();
+  }
+  if (report.empty()) return;
+  if (report.back() != '\n') report += '\n';
+  fputs(report.c_str(), stdout);
+}
+
 }  // namespace
 
 int RunInfo(const Invocation& invocation) {
@@ -47,5 +63,6 @@ int RunInfo(const Invocation& invocation) {
   if (!s) return Fail(error);
   PrintRecord(*s);
   PrintTanks(*s);
+  PrintReport(*s);
   return kExitOk;
 }

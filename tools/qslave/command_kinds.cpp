@@ -39,3 +39,12 @@ std::string ResultCodeText(int code) {
   if (code < 0 || code >= kResultTextCount) return "";
   return kResultTexts[code];
 }
+
+std::string ResultCodeWithText(int code) {
+  std::string text = ResultCodeText(code);
+  // The library keeps these two codes itself; the machine table's 15 is
+  // "generic error" as well.
+  if (code == 19) text = "colourant in no tank, or nothing to purge";
+  if (text.empty()) return std::to_string(code);
+  return std::to_string(code) + " (" + text + ")";
+}

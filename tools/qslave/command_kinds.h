@@ -17,4 +17,8 @@ bool IsQueryCommand(const std::string& cmd);
 // "no answer" for -1; "" for a code the machine table does not list.
 std::string ResultCodeText(int code);
 
+// A code with its text, e.g. "4 (ERROR : command refused)"; the library's
+// own codes 15 and 19 are named too; just the number otherwise.
+std::string ResultCodeWithText(int code);
+
 #endif

@@ -14,7 +14,8 @@ const Command kCommands[] = {
     {"info", "", "show the dispenser's record, driver and tanks",
      "Prints the selected dispenser's id, address, description, options,\n"
      "model, serial number, driver type and serial port, the number of\n"
-     "tanks and circuits, and the colourant id of each tank.\n",
+     "tanks and circuits, and the colourant id of each tank, followed by\n"
+     "the library's report of the dispenser.\n",
      RunInfo},
     {"status", "", "ask the machine for its status word and decode it",
      "Sends the status query \"/!\" and prints the status word and what\n"
@@ -29,6 +30,78 @@ const Command kCommands[] = {
      "its text). Exits with 0 when the command succeeded: an action that\n"
      "was done, or a query that was answered.\n",
      RunSend},
+    {"dispense", "FORMULA [--factor F] [--unit U] [--weights] [--no-levels] [--g2] [--g0]",
+     "dispense a formula given in colourant ids",
+     "Dispenses FORMULA, written in colourant ids as (ID:QUANTITY)...,\n"
+     "e.g. \"(3:10.000)(5:2.500)\". Every quantity is multiplied by the\n"
+     "factor F and the unit factor U (both 1 by default).\n"
+     "\n"
+     "  --weights    the quantities are weights: they are turned into\n"
+     "               volumes with the colourants' specific weights\n"
+     "  --no-levels  leave the tank levels as they are\n"
+     "  --g2, --g0   send /G2 before and /G0 after the dispense (only a\n"
+     "               dispenser with a stopper sends them)\n"
+     "\n"
+     "Prints the commands the machine received, the level of every\n"
+     "circuit the formula draws from, before and after, and the result.\n"
+     "A formula that is malformed, names a colourant in no tank, has a\n"
+     "negative quantity or would not fit one command is refused before\n"
+     "anything is sent or booked.\n",
+     RunDispense},
+    {"check", "FORMULA [--size S --base B] [--weights]",
+     "tell whether the tanks hold enough for a formula",
+     "Checks the levels for FORMULA (colourant ids, as for dispense),\n"
+     "made for the size S from a formula written for the size B (both 1\n"
+     "by default; give both or neither). Prints the verdict (2 enough,\n"
+     "1 at reserve, 0 not enough), the circuits the formula draws from\n"
+     "with what each would keep, then the circuits the formula takes to\n"
+     "their warning level and the colourants that cannot be served at\n"
+     "all (critical), with their circuits. Changes nothing. --weights:\n"
+     "the quantities are weights.\n",
+     RunCheck},
+    {"purge", "[--qty Q] [--circuit N | --colorant ID[,ID...]] [--dry-run] [--one-by-one]",
+     "purge circuits and book the purged quantities",
+     "Purges Q (default 1.0) from every circuit that holds colourant, or\n"
+     "from the one circuit N, or from the circuits of the colourants ID\n"
+     "(a comma list). Prints the commands sent, what was purged and the\n"
+     "levels before and after.\n"
+     "\n"
+     "  --dry-run     send no command, but book the purge on the levels\n"
+     "                (a purge done by hand); all circuits only\n"
+     "  --one-by-one  one circuit per command; all circuits only\n",
+     RunPurge},
+    {"fill", "[--circuit N] [--qty Q]",
+     "book a refill: circuits to their maximum, or Q added",
+     "Without options sets every circuit to its maximum level. With\n"
+     "--circuit N sets that circuit to its maximum; with --circuit N\n"
+     "--qty Q adds Q to its level (refused when Q does not fit). Prints\n"
+     "the levels before and after.\n",
+     RunFill},
+    {"report", "REPLY",
+     "read the machine's dispensed-quantity reply",
+     "Reads a reply to a dispensed-quantity query, groups of\n"
+     "(CIRCUIT:REQUESTED:DISPENSED), e.g. \"(3:10.000:10.000)(7:5.000:2.125)\",\n"
+     "and prints per circuit what was requested, dispensed and remains,\n"
+     "then the colourant summaries the library gives (colourant,value,\n"
+     "...): remaining, dispensed and total requested.\n",
+     RunReport},
+    {"shelf", "CAN",
+     "show a can's record and run the shelf moves for it",
+     "Reads can CAN from the cans table (heights and flags), then runs\n"
+     "the three shelf moves for it (pre-position, position, post-\n"
+     "position) and prints the commands each sent and its result. An\n"
+     "unknown can is refused: for it the moves would succeed without\n"
+     "moving the shelf.\n",
+     RunShelf},
+    {"tanks", "[--svg FILE [--force]]",
+     "show the tanks, their levels and the colourant distribution",
+     "Prints one line per circuit (colourant, code, current, reserve and\n"
+     "maximum level, threshold, the Sim and Susp flags) and, per\n"
+     "colourant, the tanks that hold it. With --svg FILE also draws the\n"
+     "levels as an SVG bar chart: one bar per circuit, filled to its\n"
+     "current level, with marks at the reserve and the threshold. An\n"
+     "existing FILE is only replaced with --force.\n",
+     RunTanks},
     {nullptr, nullptr, nullptr, nullptr, nullptr},
 };
 

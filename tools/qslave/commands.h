@@ -34,6 +34,13 @@ int RunInit(const Invocation& invocation);
 int RunInfo(const Invocation& invocation);
 int RunStatus(const Invocation& invocation);
 int RunSend(const Invocation& invocation);
+int RunDispense(const Invocation& invocation);
+int RunCheck(const Invocation& invocation);
+int RunPurge(const Invocation& invocation);
+int RunFill(const Invocation& invocation);
+int RunReport(const Invocation& invocation);
+int RunShelf(const Invocation& invocation);
+int RunTanks(const Invocation& invocation);
 
 // Refuses (with a usage error) a call whose argument count is not count;
 // returns true when it is.

@@ -9,4 +9,10 @@
 // text, an empty text or a value out of range.
 bool ParseLongInRange(const std::string& text, long min, long max, long* value);
 
+// Reads a whole decimal number ("12", "-0.5", "2.5e3"): an optional sign,
+// digits with an optional fraction and exponent, nothing else. False for
+// blanks, trailing text, hexadecimal, "nan", "inf" and anything that does
+// not give a finite value.
+bool ParseFiniteDouble(const std::string& text, double* value);
+
 #endif

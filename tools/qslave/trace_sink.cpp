@@ -8,6 +8,9 @@
 
 namespace {
 
+bool g_show = false;
+std::string g_captured;
+
 void DropTrace(const char*) {}
 
 // The library begins each message with a line end instead of ending it
@@ -22,8 +25,20 @@ void ShowTrace(const char* text) {
   fflush(stderr);
 }
 
+void CaptureTrace(const char* text) { g_captured += text; }
+
 }  // namespace
 
 void InstallTraceSink(bool show) {
+  g_show = show;
   TarvoTraceSetHook(show ? ShowTrace : DropTrace);
 }
+
+TraceCapture::TraceCapture() {
+  g_captured.clear();
+  TarvoTraceSetHook(CaptureTrace);
+}
+
+TraceCapture::~TraceCapture() { InstallTraceSink(g_show); }
+
+const std::string& TraceCapture::Text() const { return g_captured; }

@@ -5,6 +5,22 @@
 #ifndef QSLAVE_CLI_TRACE_SINK_H
 #define QSLAVE_CLI_TRACE_SINK_H
 
+#include <string>
+
 void InstallTraceSink(bool show);
+
+// While one lives, every trace message is collected instead (the library's
+// reports, slave::Dump and its kin, are written to the trace). Text() is
+// the messages joined, as the library wrote them. On destruction the sink
+// of InstallTraceSink is back.
+class TraceCapture {
+ public:
+  TraceCapture();
+  ~TraceCapture();
+  TraceCapture(const TraceCapture&) = delete;
+  TraceCapture& operator=(const TraceCapture&) = delete;
+
+  const std::string& Text() const;
+};
 
 #endif

@@ -32,7 +32,12 @@ void PrintUsage() {
   for (const Command* c = CommandTable(); c->name != nullptr; ++c) {
     std::string name = c->name;
     if (*c->arguments != '\0') name += std::string(" ") + c->arguments;
-    printf("  %-12s %s\n", name.c_str(), c->summary);
+    // A long synopsis gets its summary on a line of its own.
+    if (name.size() > 12) {
+      printf("  %s\n  %-12s %s\n", name.c_str(), "", c->summary);
+    } else {
+      printf("  %-12s %s\n", name.c_str(), c->summary);
+    }
   }
   printf("\nRun 'qslave COMMAND --help' for a command's help.\n\n%s", kExitStatus);
 }

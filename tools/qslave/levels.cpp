@@ -1,0 +1,50 @@
+#include "levels.h"
+
+#include <stdio.h>
+
+CircuitLevel ReadLevel(slave& s, int circuit) {
+  CircuitLevel level{circuit, 0, false, 0.0, 0.0, 0.0};
+  if (circuit >= 1 && circuit <= s.m_NumTanks) level.colourant = s.m_TankCntId[circuit - 1];
+  level.known = s.TankQnts(circuit, &level.current, &level.reserve, &level.maximum) == 1;
+  return level;
+}
+
+std::vector<CircuitLevel> ReadLevels(slave& s, const std::vector<int>& circuits) {
+  std::vector<CircuitLevel> levels;
+  for (int circuit : circuits) levels.push_back(ReadLevel(s, circuit));
+  return levels;
+}
+
+std::vector<int> CircuitsWithColourant(const slave& s) {
+  std::vector<int> circuits;
+  for (int tank = 1; tank <= s.m_NumTanks; ++tank) {
+    if (s.m_TankRecNo[tank - 1] != 0 && s.m_TankCntId[tank - 1] != 0) circuits.push_back(tank);
+  }
+  return circuits;
+}
+
+std::string LevelText(bool known, double value) {
+  if (!known) return "-";
+  char text[64];
+  snprintf(text, sizeof text, "%.3f", value);
+  return text;
+}
+
+void PrintLevelChanges(const ColourantTable& names, const std::vector<CircuitLevel>& before,
+                       const std::vector<CircuitLevel>& after,
+                       const std::map<int, double>* quantities) {
+  printf("%7s  %9s  %-6s", "circuit", "colourant", "code");
+  if (quantities != nullptr) printf("  %10s", "quantity");
+  printf("  %10s  %10s\n", "before", "after");
+  for (size_t i = 0; i < before.size() && i < after.size(); ++i) {
+    const CircuitLevel& b = before[i];
+    printf("%7d  %9ld  %-6s", b.circuit, b.colourant, names.Code(b.colourant).c_str());
+    if (quantities != nullptr) {
+      const auto found = quantities->find(b.circuit);
+      const bool known = found != quantities->end();
+      printf("  %10s", LevelText(known, known ? found->second : 0.0).c_str());
+    }
+    printf("  %10s  %10s\n", LevelText(b.known, b.current).c_str(),
+           LevelText(after[i].known, after[i].current).c_str());
+  }
+}

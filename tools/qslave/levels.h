@@ -1,0 +1,34 @@
+// Circuit levels as the library reports them (TankQnts), read before and
+// after an operation and shown side by side.
+#ifndef QSLAVE_CLI_LEVELS_H
+#define QSLAVE_CLI_LEVELS_H
+
+#include <map>
+#include <vector>
+
+#include "colourant_table.h"
+#include "slave.h"
+
+struct CircuitLevel {
+  int circuit;
+  long colourant;  // 0: none
+  bool known;      // TankQnts answered
+  double current, reserve, maximum;
+};
+
+CircuitLevel ReadLevel(slave& s, int circuit);
+std::vector<CircuitLevel> ReadLevels(slave& s, const std::vector<int>& circuits);
+
+// The circuits 1..m_NumTanks that hold a colourant.
+std::vector<int> CircuitsWithColourant(const slave& s);
+
+// One line per circuit: circuit, colourant, code, [quantity,] level before
+// and after. quantities (circuit -> quantity drawn) may be null: no column.
+void PrintLevelChanges(const ColourantTable& names, const std::vector<CircuitLevel>& before,
+                       const std::vector<CircuitLevel>& after,
+                       const std::map<int, double>* quantities);
+
+// A level for a report: "%.3f", or "-" when unknown.
+std::string LevelText(bool known, double value);
+
+#endif
