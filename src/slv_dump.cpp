@@ -4,6 +4,7 @@
 #include <string.h>
 
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "host/qdsp32.h"
@@ -65,7 +66,14 @@ void slave::DumpCntsInTanks() {
     colorants.Close();
     return;
   }
-  std::vector<int> tanks(static_cast<size_t>(m_NumTanks));
+  // The tanks of every colourant, in tank order, gathered in one pass over
+  // the tank map: the table may list many colourants and the dispenser
+  // many tanks.
+  std::unordered_map<long, std::vector<int>> tanksOf;
+  for (int tank = 1; tank <= m_NumTanks && m_TankCntId != nullptr; ++tank) {
+    if (m_TankCntId[tank - 1] > 0) tanksOf[m_TankCntId[tank - 1]].push_back(tank);
+  }
+  const std::vector<int> none;
   TarvoTrace("\nCOLORANT DISTRIBUTION INFO");
   TarvoTrace("\n Cnt                               SpecW    Tank     Thres   Sim  Susp        Cur");
   table->SelectIdx(1);
@@ -78,12 +86,13 @@ void slave::DumpCntsInTanks() {
     const double weight = colorants.SpecificWeight(id);
     if (table->RecNo() != recno) table->Go(recno);
     const std::string first = SlvFormat("\n%5ld %-24.24s %10.2lf", id, descr, weight);
-    const int k = CntToNumTanks(id);
+    const auto found = tanksOf.find(id);
+    const std::vector<int>& tanks = found != tanksOf.end() ? found->second : none;
+    const int k = static_cast<int>(tanks.size());
     if (k < 1) {
       TarvoTrace("%s", first.c_str());
       continue;
     }
-    CntToTanks(id, m_NumTanks, tanks.data());
     for (int i = 0; i < k; ++i) {
       double threshold = 0.0, cur = 0.0;
       int sim = 0, susp = 0;

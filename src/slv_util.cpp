@@ -13,10 +13,15 @@ std::string SlvFormat(const char* fmt, ...) {
   va_start(args, fmt);
   va_list copy;
   va_copy(copy, args);
-  int len = vsnprintf(nullptr, 0, fmt, copy);
+  // Most texts are short: one pass into a local buffer, a second only for
+  // a text that does not fit it.
+  char local[256];
+  int len = vsnprintf(local, sizeof local, fmt, copy);
   va_end(copy);
   std::string text;
-  if (len > 0) {
+  if (len > 0 && static_cast<size_t>(len) < sizeof local) {
+    text.assign(local, static_cast<size_t>(len));
+  } else if (len > 0) {
     text.resize(static_cast<size_t>(len) + 1);
     vsnprintf(&text[0], text.size(), fmt, args);
     text.resize(static_cast<size_t>(len));

@@ -46,6 +46,10 @@ struct Index {
   qdb::KeyExpression key;
   std::vector<qdb::KeyValue> keys;  // keys[recno - 1]
   std::vector<long> order;          // record numbers in key order
+  // reads[fi]: whether the key expression may read field fi. A field whose
+  // name does not occur in the expression's text cannot change the key, so
+  // writing it leaves the index alone.
+  std::vector<char> reads;
 };
 
 // What CheckHeader found in a file's header.
@@ -358,7 +362,11 @@ struct Qdbase::Impl {
   // --- fields -----------------------------------------------------------
   int FindField(const char* name) const {
     if (h == nullptr || name == nullptr) return -1;
+    // Names equal ignoring case have first bytes equal once bit 0x20 is
+    // cleared; most fields are passed over on that byte alone.
+    const unsigned char first = static_cast<unsigned char>(name[0]) & 0xDF;
     for (size_t i = 0; i < fields.size(); ++i) {
+      if ((static_cast<unsigned char>(fields[i].name[0]) & 0xDF) != first) continue;
       if (strcasecmp(fields[i].name.c_str(), name) == 0) return static_cast<int>(i);
     }
     return -1;
@@ -453,8 +461,9 @@ struct Qdbase::Impl {
 
   // Recomputes the keys of record rec (raw is its record) and moves it in
   // every index whose key changed.
-  void Rekey(long rec, const char* raw) {
+  void Rekey(long rec, const char* raw, int fi) {
     for (Index& ix : indexes) {
+      if (!ix.reads[static_cast<size_t>(fi)]) continue;
       qdb::KeyValue key = ix.key.Evaluate(raw);
       qdb::KeyValue& old = ix.keys[static_cast<size_t>(rec - 1)];
       if (qdb::CompareKeys(key, old) == 0 && key.text == old.text) continue;
@@ -487,7 +496,7 @@ struct Qdbase::Impl {
     value.resize(static_cast<size_t>(f.width), ' ');
     if (!DBFWriteAttributeDirectly(h, static_cast<int>(cur - 1), fi, &value[0])) return 0;
     const char* raw = DBFReadTuple(h, static_cast<int>(cur - 1));
-    if (raw != nullptr) Rekey(cur, raw);
+    if (raw != nullptr) Rekey(cur, raw, fi);
     AfterChange();
     return 1;
   }
@@ -676,6 +685,11 @@ int Qdbase::Open() {
                  error.c_str());
       m.CloseHandle();
       return 0;
+    }
+    const std::string expr = Upper(ix.expr);
+    ix.reads.assign(m.fields.size(), 0);
+    for (size_t f = 0; f < m.fields.size(); ++f) {
+      ix.reads[f] = expr.find(Upper(m.fields[f].name)) != std::string::npos;
     }
   }
   if (!m.LoadAll(&why)) {
@@ -1029,7 +1043,15 @@ int Qdbase::Pack() {
     if (!tmpCpgExisted) unlink(tmpCpg.c_str());
   };
 
+  // Some tools leave slack after the field descriptors. shapelib's clone
+  // writes the descriptors without it but keeps the old header length, so
+  // the file it then reopens is short, and it dereferences the failed
+  // reopen. The clone gets the plain length; the records are copied one by
+  // one below, so the slack is simply dropped.
+  const int headerLength = m.h->nHeaderLength;
+  m.h->nHeaderLength = 32 + 32 * DBFGetFieldCount(m.h) + 1;
   DBFHandle out = DBFCloneEmpty(m.h, tmp.c_str());
+  m.h->nHeaderLength = headerLength;
   if (out == nullptr) {
     discard();
     TarvoTrace("\nQdbase: cannot pack %s: cannot create %s", file.c_str(), tmp.c_str());

@@ -1,0 +1,76 @@
+// The world the benchmarks run in: configuration and colourant tables on
+// disk in a temporary directory, the library pointed at it, a purge server
+// on a loopback port, and the shapelib handles the floor benchmarks use.
+#ifndef QSLAVE_BENCH_ENV_H
+#define QSLAVE_BENCH_ENV_H
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+#include <shapefil.h>
+
+namespace qbench {
+
+// Dispenser ids of the data set. The growth dispensers have as many
+// circuits as their id; tank t of each holds colourant t, alone.
+enum : long {
+  kDispenseId = 1,  // 64 circuits, one colourant per circuit
+  kSplitId = 2,     // single, independent and linked colourants
+};
+constexpr int kDispenseCircuits = 64;
+constexpr long kGrowthIds[] = {16, 128, 999};
+// Colourant ids of the split dispenser: single tanks from 101, pairs of
+// independent tanks from 201, linked pairs (a master and a secondary fed by
+// one cistern) from 301; 40 of each.
+constexpr long kSingleBase = 100;
+constexpr long kIndependentBase = 200;
+constexpr long kLinkedBase = 300;
+constexpr int kSplitColourants = 40;
+// Colourants 1..kColourants are in the colourant table.
+constexpr int kColourants = 999;
+// Every level starts (and is put back) at this; dispenses take a few cc.
+constexpr double kFullLevel = 90000000.0;
+
+// A formula text "(id:qty)..." of n colourants: ids first, first+step, ...
+// with quantities 0.5, 0.75, 1.0, ...
+std::string Formula(long first, long step, int n);
+
+class Env {
+ public:
+  // Builds the data set; aborts the program with a message on failure.
+  Env();
+  ~Env();
+  Env(const Env&) = delete;
+  Env& operator=(const Env&) = delete;
+
+  const std::string& dir() const { return dir_; }
+
+  // The purge server (Python's xmlrpc.server answering 1), started on first
+  // use. 0 when it could not be started.
+  int PurgeServerPort();
+
+  // A copy of the tank table, opened with shapelib alone, for the floors;
+  // record numbers are those of the library's table.
+  DBFHandle floor_tanks() const { return floorTanks_; }
+  int field(const char* name) const;  // field index in floor_tanks()
+
+  // Record numbers (1-based) of the tank records of a dispenser, by tank.
+  std::vector<long> TankRecords(long dispId) const;
+
+ private:
+  void BuildTables();
+  std::string dir_;
+  std::string floorDir_;
+  DBFHandle floorTanks_ = nullptr;
+  pid_t serverPid_ = -1;
+  int serverPort_ = 0;
+  std::vector<std::pair<long, int>> tankKeys_;  // (disp, tank) per record
+};
+
+Env& TheEnv();
+
+}  // namespace qbench
+
+#endif

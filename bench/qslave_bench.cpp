@@ -1,0 +1,499 @@
+// What the library costs its host, against the floor: the least the same
+// work can cost. The floors do the record reads and writes the operation
+// cannot avoid straight through shapelib (with the flush the library's
+// flush mode 1 makes after every write), hand the same command text to the
+// same simulated driver, and make the one XML-RPC call of the purge-server
+// update straight through XmlRpc++.
+//
+// Run with --count=WORK under valgrind --tool=callgrind --collect-atstart=no
+// to count the instructions of one workload instead (see scripts/bench.sh).
+#include <benchmark/benchmark.h>
+#include <flxmlrpc/XmlRpc.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <valgrind/callgrind.h>
+
+#include <fstream>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "bench_env.h"
+#include "host/qdsp32.h"
+#include "refhost/dispenser/simulated_dispenser.h"
+#include "slave.h"
+
+namespace {
+
+using qbench::Env;
+using qbench::TheEnv;
+
+void NoTrace(const char*) {}
+
+// The slave objects the benchmarks share; the first one opens the tables
+// and keeps them open, as a host does.
+struct Slaves {
+  std::unique_ptr<slave> dispense;
+  std::unique_ptr<slave> split;
+  std::map<long, std::unique_ptr<slave>> growth;
+};
+
+Slaves* g_slaves = nullptr;
+
+Slaves& TheSlaves() {
+  if (g_slaves == nullptr) {
+    TheEnv();
+    g_slaves = new Slaves;
+    g_slaves->dispense.reset(new slave(qbench::kDispenseId));
+    g_slaves->split.reset(new slave(qbench::kSplitId));
+    for (long id : qbench::kGrowthIds) g_slaves->growth[id].reset(new slave(id));
+    if (g_slaves->dispense->m_NumTanks != qbench::kDispenseCircuits) {
+      fprintf(stderr, "qslave_bench: the dispense dispenser has %d circuits\n",
+              g_slaves->dispense->m_NumTanks);
+      exit(2);
+    }
+  }
+  return *g_slaves;
+}
+
+void DropSlaves() {
+  delete g_slaves;
+  g_slaves = nullptr;
+}
+
+std::vector<char> Text(const std::string& s) {
+  std::vector<char> v(s.begin(), s.end());
+  v.push_back('\0');
+  return v;
+}
+
+// The simulated driver keeps every call and command it receives; the
+// history is dropped now and then, outside the timed region.
+void DropHistory(CDispenser* dsp) {
+  if (dsp != nullptr) SimulatedDispenser::From(dsp)->ClearHistory();
+}
+
+template <typename State>
+void Tidy(State& state, CDispenser* dsp, long iteration) {
+  if ((iteration & 63) != 0) return;
+  state.PauseTiming();
+  DropHistory(dsp);
+  state.ResumeTiming();
+}
+
+// --- The dispense ----------------------------------------------------------
+
+// The 12-colourant formula: colourants 1, 6, ..., 56 of the 64 circuits.
+const std::string& DispenseFormula() {
+  static const std::string f = qbench::Formula(1, 5, 12);
+  return f;
+}
+
+void AimAtPurgeServer(slave& s, bool on) {
+  s.m_PurgeSrvOff = on ? 0 : 1;
+  if (!on) return;
+  snprintf(s.m_PurgeSrvHost, sizeof s.m_PurgeSrvHost, "%s", "127.0.0.1");
+  s.m_PurgeSrvPort = TheEnv().PurgeServerPort();
+}
+
+void BM_Dispense(benchmark::State& state) {
+  const bool purge = state.range(0) != 0;
+  slave& s = *TheSlaves().dispense;
+  if (purge && TheEnv().PurgeServerPort() <= 0) {
+    state.SkipWithError("no purge server");
+    return;
+  }
+  AimAtPurgeServer(s, purge);
+  s.SetLevelMax();
+  std::vector<char> frm = Text(DispenseFormula());
+  long i = 0;
+  for (auto _ : state) {
+    if (s.Dispense(frm.data(), 1.0, 1.0, 0, 1, 0, 0) != 1) {
+      state.SkipWithError("dispense failed");
+      break;
+    }
+    Tidy(state, s.m_Dsp, ++i);
+  }
+  AimAtPurgeServer(s, false);
+}
+BENCHMARK(BM_Dispense)->ArgName("purge")->Arg(0)->Arg(1);
+
+// The floor of a dispense: for each colourant's tank, read the quantities
+// the split and the level check need, write the new level and flush; send
+// the command to the driver; tell the purge server.
+struct DispenseFloor {
+  DBFHandle h = TheEnv().floor_tanks();
+  int cur = TheEnv().field("CUR_Q");
+  int res = TheEnv().field("RES_Q");
+  int max = TheEnv().field("MAX_Q");
+  int threshold = TheEnv().field("THRESHOLD");
+  std::vector<int> records;  // 0-based shapelib record numbers
+  std::vector<int> tanks;
+  std::vector<double> qnts;
+  CDispenser* dsp = CDispenser_CreateNew(2, 0);
+  int port = 0;
+
+  explicit DispenseFloor(bool purge) {
+    const std::vector<long> all = TheEnv().TankRecords(qbench::kDispenseId);
+    for (int k = 0; k < 12; ++k) {
+      const int tank = 1 + 5 * k;
+      tanks.push_back(tank);
+      records.push_back(static_cast<int>(all[static_cast<size_t>(tank - 1)] - 1));
+      qnts.push_back(0.5 + 0.25 * k);
+    }
+    if (purge) port = TheEnv().PurgeServerPort();
+  }
+  ~DispenseFloor() { CDispenser_Delete(dsp, 0); }
+
+  bool Run() {
+    char command[SLV_CMD_BUFFER] = "/D";
+    size_t used = 2;
+    for (size_t k = 0; k < records.size(); ++k) {
+      const int r = records[k];
+      const double c = DBFReadDoubleAttribute(h, r, cur);
+      const double reserve = DBFReadDoubleAttribute(h, r, res);
+      const double m = DBFReadDoubleAttribute(h, r, max);
+      const double t = DBFReadDoubleAttribute(h, r, threshold);
+      if (c - qnts[k] < reserve || t < 0.0) return false;
+      double level = c - qnts[k];
+      if (level > m) level = m;
+      if (!DBFWriteDoubleAttribute(h, r, cur, level)) return false;
+      DBFUpdateHeader(h);
+      used += static_cast<size_t>(snprintf(command + used, sizeof command - used, "(%d:%.3lf)",
+                                           tanks[k], qnts[k]));
+    }
+    if (dsp->SendCommand(1, command) != 0) return false;
+    if (port > 0) {
+      XmlRpc::XmlRpcClient client("127.0.0.1", port);
+      XmlRpc::XmlRpcValue params, result;
+      params.setSize(3);
+      params[0] = 1;
+      params[1] = std::string(command + 2);
+      params[2] = false;
+      const bool ok = client.execute("UpdateAfterDispensing", params, result, -1.0);
+      client.close();
+      if (!ok || static_cast<int>(result) != 1) return false;
+    }
+    return true;
+  }
+};
+
+void BM_DispenseFloor(benchmark::State& state) {
+  const bool purge = state.range(0) != 0;
+  DispenseFloor floor(purge);
+  if (purge && floor.port <= 0) {
+    state.SkipWithError("no purge server");
+    return;
+  }
+  long i = 0;
+  for (auto _ : state) {
+    if (!floor.Run()) {
+      state.SkipWithError("floor dispense failed");
+      break;
+    }
+    Tidy(state, floor.dsp, ++i);
+  }
+}
+BENCHMARK(BM_DispenseFloor)->ArgName("purge")->Arg(0)->Arg(1);
+
+// One XML-RPC call on its own: what the purge-server update cannot avoid.
+void BM_PurgeCallFloor(benchmark::State& state) {
+  const int port = TheEnv().PurgeServerPort();
+  if (port <= 0) {
+    state.SkipWithError("no purge server");
+    return;
+  }
+  for (auto _ : state) {
+    XmlRpc::XmlRpcClient client("127.0.0.1", port);
+    XmlRpc::XmlRpcValue params, result;
+    params.setSize(3);
+    params[0] = 1;
+    params[1] = std::string("(1:0.500)");
+    params[2] = false;
+    if (!client.execute("UpdateAfterDispensing", params, result, -1.0)) {
+      state.SkipWithError("call failed");
+      break;
+    }
+    client.close();
+  }
+}
+BENCHMARK(BM_PurgeCallFloor);
+
+// --- The level batch --------------------------------------------------------
+
+void BM_LevelBatch(benchmark::State& state) {
+  slave& s = *TheSlaves().dispense;
+  s.SetLevelMax();
+  std::vector<int> circuits(qbench::kDispenseCircuits);
+  std::vector<double> qnts(circuits.size(), 0.001);
+  for (size_t i = 0; i < circuits.size(); ++i) circuits[i] = static_cast<int>(i) + 1;
+  long i = 0;
+  for (auto _ : state) {
+    if (s.UpdateLevels(static_cast<int>(circuits.size()), circuits.data(), qnts.data(), 1.0, 0) !=
+        1) {
+      state.SkipWithError("level update failed");
+      break;
+    }
+    Tidy(state, s.m_Dsp, ++i);
+  }
+}
+BENCHMARK(BM_LevelBatch);
+
+// The floor of the batch: per record, read the level and its maximum, write
+// the level, flush.
+struct LevelFloor {
+  DBFHandle h = TheEnv().floor_tanks();
+  int cur = TheEnv().field("CUR_Q");
+  int max = TheEnv().field("MAX_Q");
+  std::vector<int> records;
+
+  LevelFloor() {
+    for (long r : TheEnv().TankRecords(qbench::kDispenseId)) records.push_back(static_cast<int>(r - 1));
+  }
+
+  bool Run() {
+    for (int r : records) {
+      double level = DBFReadDoubleAttribute(h, r, cur) - 0.001;
+      const double m = DBFReadDoubleAttribute(h, r, max);
+      if (level < 0.0) level = 0.0;
+      if (level > m) level = m;
+      if (!DBFWriteDoubleAttribute(h, r, cur, level)) return false;
+      DBFUpdateHeader(h);
+    }
+    return true;
+  }
+};
+
+void BM_LevelBatchFloor(benchmark::State& state) {
+  LevelFloor floor;
+  for (auto _ : state) {
+    if (!floor.Run()) {
+      state.SkipWithError("floor level update failed");
+      break;
+    }
+  }
+}
+BENCHMARK(BM_LevelBatchFloor);
+
+// --- The split ----------------------------------------------------------------
+
+// range(0): colourants; range(1): 0 single tanks, 1 independent pairs,
+// 2 linked pairs.
+void BM_Split(benchmark::State& state) {
+  slave& s = *TheSlaves().split;
+  const int n = static_cast<int>(state.range(0));
+  const long bases[] = {qbench::kSingleBase, qbench::kIndependentBase, qbench::kLinkedBase};
+  std::vector<char> frm = Text(qbench::Formula(bases[state.range(1)] + 1, 1, n));
+  for (auto _ : state) {
+    Zu_LongArray cnts;
+    Zu_IntArray tanks;
+    Zu_DoubleArray qnts;
+    const int k = s.SplitFrmToTanks(frm.data(), &cnts, &tanks, &qnts, 1.0, 1.0, 0, 0, nullptr);
+    if (k < n) {
+      state.SkipWithError("split failed");
+      break;
+    }
+  }
+}
+BENCHMARK(BM_Split)
+    ->ArgNames({"colourants", "kind"})
+    ->ArgsProduct({{1, 12, 40}, {0, 1, 2}});
+
+// The 12-colourant split on dispensers of 16, 128 and 999 circuits.
+void BM_SplitCircuits(benchmark::State& state) {
+  const long id = state.range(0);
+  slave& s = *TheSlaves().growth[id];
+  std::vector<char> frm = Text(qbench::Formula(1, id / 12, 12));
+  for (auto _ : state) {
+    Zu_IntArray tanks;
+    Zu_DoubleArray qnts;
+    if (s.SplitFrmToTanks(frm.data(), nullptr, &tanks, &qnts, 1.0, 1.0, 0, 0, nullptr) != 12) {
+      state.SkipWithError("split failed");
+      break;
+    }
+  }
+  state.SetComplexityN(id);
+}
+BENCHMARK(BM_SplitCircuits)->ArgName("circuits")->Arg(16)->Arg(128)->Arg(999);
+
+// --- Construction ---------------------------------------------------------------
+
+void BM_Construct(benchmark::State& state) {
+  const long id = state.range(0);
+  TheSlaves();  // the tables are open, as they are for a host's second object
+  for (auto _ : state) {
+    slave s(id);
+    if (s.m_NumTanks != id) {
+      state.SkipWithError("construction failed");
+      break;
+    }
+  }
+  state.SetComplexityN(id);
+}
+BENCHMARK(BM_Construct)->ArgName("circuits")->Arg(16)->Arg(128)->Arg(999);
+
+// --- Level checks ------------------------------------------------------------------
+
+void BM_CheckLevel(benchmark::State& state) {
+  slave& s = *TheSlaves().dispense;
+  s.SetLevelMax();
+  std::vector<char> frm = Text(DispenseFormula());
+  long i = 0;
+  for (auto _ : state) {
+    Zu_IntArray low;
+    if (s.CheckLevel(frm.data(), 1.0, 1.0, 0, &low) != 2) {
+      state.SkipWithError("level check failed");
+      break;
+    }
+    Tidy(state, s.m_Dsp, ++i);
+  }
+}
+BENCHMARK(BM_CheckLevel);
+
+void BM_WarningLevel(benchmark::State& state) {
+  slave& s = *TheSlaves().dispense;
+  s.SetLevelMax();
+  std::vector<char> frm = Text(DispenseFormula());
+  long i = 0;
+  for (auto _ : state) {
+    Zu_IntArray circuits, colourants;
+    if (s.GetCircuitsUnderWarningLevel(frm.data(), 1.0, 1.0, 0, circuits, colourants) != 1 ||
+        circuits.size() != 0) {
+      state.SkipWithError("warning-level query failed");
+      break;
+    }
+    Tidy(state, s.m_Dsp, ++i);
+  }
+}
+BENCHMARK(BM_WarningLevel);
+
+// --- Reports ----------------------------------------------------------------------
+
+void BM_DumpTanks(benchmark::State& state) {
+  const long id = state.range(0);
+  slave& s = *TheSlaves().growth[id];
+  for (auto _ : state) {
+    s.DumpTanks();
+    state.PauseTiming();
+    DropHistory(s.m_Dsp);
+    state.ResumeTiming();
+  }
+  state.SetComplexityN(id);
+}
+BENCHMARK(BM_DumpTanks)->ArgName("circuits")->Arg(16)->Arg(128)->Arg(999);
+
+void BM_DumpCntsInTanks(benchmark::State& state) {
+  const long id = state.range(0);
+  slave& s = *TheSlaves().growth[id];
+  for (auto _ : state) {
+    s.DumpCntsInTanks();
+    state.PauseTiming();
+    DropHistory(s.m_Dsp);
+    state.ResumeTiming();
+  }
+  state.SetComplexityN(id);
+}
+BENCHMARK(BM_DumpCntsInTanks)->ArgName("circuits")->Arg(16)->Arg(128)->Arg(999);
+
+// --- Instruction counts --------------------------------------------------------
+
+// A State stand-in for Tidy outside Google Benchmark.
+struct NoState {
+  void PauseTiming() {}
+  void ResumeTiming() {}
+};
+
+// Runs one workload `iterations` times with callgrind collecting (when run
+// under callgrind; elsewhere the toggles do nothing). One untimed run first
+// warms caches and opens what is opened lazily.
+int Count(const std::string& work, long iterations) {
+  slave& s = *TheSlaves().dispense;
+  s.m_PurgeSrvOff = 1;
+  s.SetLevelMax();
+  std::vector<char> frm = Text(DispenseFormula());
+  std::vector<int> circuits(qbench::kDispenseCircuits);
+  std::vector<double> qnts(circuits.size(), 0.001);
+  for (size_t i = 0; i < circuits.size(); ++i) circuits[i] = static_cast<int>(i) + 1;
+  DispenseFloor dispenseFloor(false);
+  LevelFloor levelFloor;
+  NoState none;
+
+  bool ok = true;
+  auto once = [&](long i) {
+    if (work == "dispense") {
+      ok = s.Dispense(frm.data(), 1.0, 1.0, 0, 1, 0, 0) == 1 && ok;
+      Tidy(none, s.m_Dsp, i);
+    } else if (work == "dispense_floor") {
+      ok = dispenseFloor.Run() && ok;
+      Tidy(none, dispenseFloor.dsp, i);
+    } else if (work == "levels") {
+      ok = s.UpdateLevels(static_cast<int>(circuits.size()), circuits.data(), qnts.data(), 1.0,
+                          0) == 1 && ok;
+      Tidy(none, s.m_Dsp, i);
+    } else if (work == "levels_floor") {
+      ok = levelFloor.Run() && ok;
+    } else {
+      ok = false;
+    }
+  };
+  once(1);
+  if (!ok) {
+    fprintf(stderr, "qslave_bench: unknown or failing workload %s\n", work.c_str());
+    return 2;
+  }
+  CALLGRIND_TOGGLE_COLLECT;
+  for (long i = 1; i <= iterations; ++i) once(i);
+  CALLGRIND_TOGGLE_COLLECT;
+  if (!ok) {
+    fprintf(stderr, "qslave_bench: workload %s failed\n", work.c_str());
+    return 2;
+  }
+  printf("%s %ld\n", work.c_str(), iterations);
+  return 0;
+}
+
+std::string CpuModel() {
+  std::ifstream in("/proc/cpuinfo");
+  std::string line;
+  while (std::getline(in, line)) {
+    if (line.compare(0, 10, "model name") == 0) {
+      const size_t colon = line.find(':');
+      if (colon != std::string::npos) return line.substr(colon + 2);
+    }
+  }
+  return "unknown";
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  TarvoTraceSetHook(NoTrace);
+  std::string count;
+  long iterations = 200;
+  std::vector<char*> rest;
+  for (int i = 0; i < argc; ++i) {
+    if (strncmp(argv[i], "--count=", 8) == 0) {
+      count = argv[i] + 8;
+    } else if (strncmp(argv[i], "--count_iterations=", 19) == 0) {
+      iterations = atol(argv[i] + 19);
+    } else {
+      rest.push_back(argv[i]);
+    }
+  }
+  int result = 0;
+  if (!count.empty()) {
+    result = Count(count, iterations > 0 ? iterations : 1);
+  } else {
+    int n = static_cast<int>(rest.size());
+    benchmark::Initialize(&n, rest.data());
+    if (benchmark::ReportUnrecognizedArguments(n, rest.data())) return 1;
+    benchmark::AddCustomContext("cpu_model", CpuModel());
+    benchmark::AddCustomContext("data_dir", TheEnv().dir());
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+  }
+  DropSlaves();
+  return result;
+}

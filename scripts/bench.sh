@@ -1,0 +1,95 @@
+#!/bin/sh
+# Builds the benchmarks (Release) and runs them: every operation's time, the
+# ratios of the dispense and the level batch to their floors, and (when
+# valgrind is installed) the instructions each of those executes, which do
+# not depend on the machine's load.
+#
+# Environment: BUILD (build directory, default build-bench), JOBS (default
+# 2), REPS (repetitions, default 5), CALLGRIND=0 to skip the instruction
+# counts. Extra arguments go to the benchmark program (e.g.
+# --benchmark_filter=Dispense).
+#
+# The last line of the output is "dispense/floor=R levels/floor=R" (median
+# times, two decimals), for scripts that take only that.
+set -eu
+
+ROOT=$(cd "$(dirname "$0")/.." && pwd)
+BUILD=${BUILD:-$ROOT/build-bench}
+JOBS=${JOBS:-2}
+REPS=${REPS:-5}
+CALLGRIND=${CALLGRIND:-1}
+PYTHON=/usr/bin/python3
+
+cmake -S "$ROOT" -B "$BUILD" -DCMAKE_BUILD_TYPE=Release -DQSLAVE_BUILD_BENCH=ON >/dev/null
+cmake --build "$BUILD" -j"$JOBS" --target qslave_bench >/dev/null
+BIN="$BUILD/bench/qslave_bench"
+
+WORK=$(mktemp -d "${TMPDIR:-/tmp}/qslave-bench-run-XXXXXX")
+trap 'rm -rf "$WORK"' EXIT INT TERM
+
+echo "cpu:  $(grep -m1 'model name' /proc/cpuinfo | cut -d: -f2- | sed 's/^ //') ($(nproc) cores)"
+echo "load before: $(cut -d' ' -f1-3 /proc/loadavg)"
+"$BIN" --benchmark_repetitions="$REPS" --benchmark_report_aggregates_only=true \
+       --benchmark_out="$WORK/results.json" --benchmark_out_format=json "$@"
+echo "load after:  $(cut -d' ' -f1-3 /proc/loadavg)"
+
+: > "$WORK/instructions"
+if [ "$CALLGRIND" != 0 ] && command -v valgrind >/dev/null 2>&1; then
+  for work in dispense dispense_floor levels levels_floor; do
+    valgrind --tool=callgrind --collect-atstart=no \
+      --callgrind-out-file="$WORK/callgrind.$work" \
+      "$BIN" --count="$work" --count_iterations=100 >/dev/null 2>"$WORK/callgrind.$work.err"
+    n=$(sed -n 's/.*Collected : \([0-9]*\).*/\1/p' "$WORK/callgrind.$work.err")
+    echo "$work ${n:-0} 100" >> "$WORK/instructions"
+  done
+fi
+
+"$PYTHON" - "$WORK/results.json" "$WORK/instructions" <<'PY'
+import json, sys
+
+results = json.load(open(sys.argv[1]))
+median = {}
+for b in results["benchmarks"]:
+    if b.get("aggregate_name") == "median":
+        median[b["run_name"]] = b["real_time"] * {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}[b["time_unit"]]
+
+def show(ns):
+    if ns >= 1e6: return "%.2f ms" % (ns / 1e6)
+    if ns >= 1e3: return "%.1f us" % (ns / 1e3)
+    return "%.0f ns" % ns
+
+floors = {
+    "BM_Dispense/purge:0": "BM_DispenseFloor/purge:0",
+    "BM_Dispense/purge:1": "BM_DispenseFloor/purge:1",
+    "BM_LevelBatch": "BM_LevelBatchFloor",
+}
+print()
+print("%-44s %12s %12s %8s" % ("median of %s runs" % results["benchmarks"][0].get("repetitions", "?"),
+                                  "time", "floor", "ratio"))
+for name, ns in median.items():
+    if name in floors.values() or name == "BM_PurgeCallFloor":
+        continue
+    floor = median.get(floors.get(name, ""))
+    print("%-44s %12s %12s %8s" % (name, show(ns), show(floor) if floor else "",
+                                   "%.2f" % (ns / floor) if floor else ""))
+if "BM_PurgeCallFloor" in median:
+    print("%-44s %12s" % ("BM_PurgeCallFloor (one XML-RPC call)", show(median["BM_PurgeCallFloor"])))
+
+counts = {}
+for line in open(sys.argv[2]):
+    work, n, it = line.split()
+    counts[work] = int(n) / int(it)
+if counts:
+    print()
+    print("instructions per operation (callgrind, client side):")
+    for lib, floor in (("dispense", "dispense_floor"), ("levels", "levels_floor")):
+        if counts.get(floor):
+            print("  %-9s %10.0f   floor %10.0f   ratio %.2f" %
+                  (lib, counts[lib], counts[floor], counts[lib] / counts[floor]))
+
+def ratio(a, b):
+    return "%.2f" % (median[a] / median[b]) if a in median and b in median else "nan"
+print()
+print("dispense/floor=%s levels/floor=%s" % (ratio("BM_Dispense/purge:0", "BM_DispenseFloor/purge:0"),
+                                             ratio("BM_LevelBatch", "BM_LevelBatchFloor")))
+PY
