@@ -9,6 +9,8 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${1:-build}
 
+bash scripts/deps.sh
+
 cmake -S . -B "$build" >/dev/null
 cmake --build "$build" -j"${JOBS:-$(nproc)}" --target qslave_cli
 qslave=$build/tools/qslave/qslave
