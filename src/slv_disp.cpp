@@ -74,11 +74,8 @@ int slave::CntsToQntsWeights(int n, long* cnts, double* qnts) {
   if (n <= 0) return 1;
   if (cnts == nullptr || qnts == nullptr) return 0;
   CZutable colorants;
-  colorants.SetDataId(m_DataId);
-  colorants.Handle(ZUSPEC_COLORANTS);
-  Qdbase* table = colorants.Open() ? colorants.Table() : nullptr;
-  if (table == nullptr || table->RecCount() < 1) {
-    TarvoTrace("\n%s(%d): error ... unable to open colorant database", kSource, __LINE__);
+  Qdbase* table = SlvOpenColorants(this, &colorants, kSource, __LINE__);
+  if (table == nullptr) {
     // Without weights no quantity can be converted: a weight left in place
     // would be dosed as a volume, so every quantity becomes 0.
     for (int i = 0; i < n; ++i) qnts[i] = 0.0;

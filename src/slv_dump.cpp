@@ -55,11 +55,8 @@ void slave::DumpTanks() {
 void slave::DumpCntsInTanks() {
   if (m_DispId < 1) return;
   CZutable colorants;
-  colorants.SetDataId(m_DataId);
-  colorants.Handle(ZUSPEC_COLORANTS);
-  Qdbase* table = colorants.Open() ? colorants.Table() : nullptr;
-  if (table == nullptr || table->RecCount() < 1) {
-    TarvoTrace("\n%s(%d): error ... unable to open colorant database", kSource, __LINE__);
+  Qdbase* table = SlvOpenColorants(this, &colorants, kSource, __LINE__);
+  if (table == nullptr) {
     return;
   }
   if (m_NumTanks < 1) {

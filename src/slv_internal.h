@@ -29,4 +29,9 @@ double SlvPieceDouble(const char* text, int from, int to);
 // the record is gone.
 Qdbase* SlvDispenserRecord(const slave* s);
 
+// Opens the colourant table of s's colourant data in colorants. Returns the
+// table, or null after tracing "\n<source>(<line>): error ... unable to
+// open colorant database" when it cannot be opened or holds no record.
+Qdbase* SlvOpenColorants(const slave* s, CZutable* colorants, const char* source, int line);
+
 #endif

@@ -218,11 +218,8 @@ int slave::NumSpeeds(int* speeds) {
 int slave::IsGravimetric() {
   if (m_DispId < 1 || m_Dsp == nullptr) return 0;
   CZutable colorants;
-  colorants.SetDataId(m_DataId);
-  colorants.Handle(ZUSPEC_COLORANTS);
-  Qdbase* table = colorants.Open() ? colorants.Table() : nullptr;
-  if (table == nullptr || table->RecCount() < 1) {
-    TarvoTrace("\n%s(%d): error ... unable to open colorant database", kSource, __LINE__);
+  Qdbase* table = SlvOpenColorants(this, &colorants, kSource, __LINE__);
+  if (table == nullptr) {
     return 0;
   }
   int result = 0;

@@ -6,6 +6,7 @@
 
 #include <cmath>
 
+#include "host/qdsp32.h"
 #include "slv_internal.h"
 
 std::string SlvFormat(const char* fmt, ...) {
@@ -71,4 +72,15 @@ Qdbase* SlvDispenserRecord(const slave* s) {
   if (!_slv_dbhandles(&disp, nullptr, nullptr)) return nullptr;
   if (!_slv_SelectDispenser(disp, s->m_DispId)) return nullptr;
   return disp;
+}
+
+Qdbase* SlvOpenColorants(const slave* s, CZutable* colorants, const char* source, int line) {
+  colorants->SetDataId(s->m_DataId);
+  colorants->Handle(ZUSPEC_COLORANTS);
+  Qdbase* table = colorants->Open() ? colorants->Table() : nullptr;
+  if (table == nullptr || table->RecCount() < 1) {
+    TarvoTrace("\n%s(%d): error ... unable to open colorant database", source, line);
+    return nullptr;
+  }
+  return table;
 }
