@@ -63,14 +63,17 @@ int slave::change_level(int circuit, double quantity, int relative, int notify) 
     m_Dsp->SetDispenserLevels(m_DispId, 1, &circuit, &level);
   }
 
+  // The tank record is the record of the level: it is written first, and
+  // its cistern follows only once it holds the new level, so a refused
+  // tank write leaves both files as they were.
+  if (!tanks->WriteDouble("CUR_Q", level)) {
+    TarvoTrace("\n%s (%d) failure writing in TANKS database", kSource, __LINE__);
+    return 0;
+  }
   // A circuit without a cistern writes no cistern record: the current one
   // belongs to another reservoir.
   if (cist != nullptr && cistId != 0 && !cist->WriteDouble("CUR_Q", level)) {
     TarvoTrace("\n%s (%d) failure writing in CISTERN database", kSource, __LINE__);
-  }
-  if (!tanks->WriteDouble("CUR_Q", level)) {
-    TarvoTrace("\n%s (%d) failure writing in TANKS database", kSource, __LINE__);
-    return 0;
   }
   return 1;
 }

@@ -28,6 +28,25 @@ class ScopedQuietErrors {
   XmlRpc::XmlRpcErrorHandler* previous_;
 };
 
+// XmlRpc++ connects again and sends the request a second time when the
+// connection breaks before any answer came; the server may have taken the
+// first request already, and one dispense must be reported once. This
+// client connects once: a break is a failed call.
+class OneRequestClient : public XmlRpc::XmlRpcClient {
+ public:
+  OneRequestClient(const char* host, int port) : XmlRpc::XmlRpcClient(host, port) {}
+
+ protected:
+  bool setupConnection() override {
+    if (connected_) return false;
+    connected_ = true;
+    return XmlRpc::XmlRpcClient::setupConnection();
+  }
+
+ private:
+  bool connected_ = false;
+};
+
 }  // namespace
 
 int slave::UpdateDspPurgeServerAfterDispensing(char* frm) {
@@ -35,7 +54,7 @@ int slave::UpdateDspPurgeServerAfterDispensing(char* frm) {
 
   ScopedQuietErrors quiet;
   // One connection per call: nothing is kept between dispenses.
-  XmlRpc::XmlRpcClient client(m_PurgeSrvHost, m_PurgeSrvPort);
+  OneRequestClient client(m_PurgeSrvHost, m_PurgeSrvPort);
   XmlRpc::XmlRpcValue params;
   params.setSize(3);
   params[0] = static_cast<int>(m_DispId);

@@ -479,6 +479,60 @@ struct Qdbase::Impl {
   // --- writing ----------------------------------------------------------
   bool Writable() const { return h != nullptr && !readOnly && cur >= 1 && cur <= records; }
 
+  // Claims room on disk for one more record and the end-of-file mark after
+  // it. shapelib's buffered writes do not report a disk without room, and a
+  // header that counts a record the file lacks makes the table unreadable,
+  // so the bytes are written blank here, where a failure is seen, before
+  // shapelib writes the record and the header counts it. A failure puts
+  // back the bytes it overwrote and the old length.
+  bool ReserveRecord() const {
+    const off_t at = static_cast<off_t>(h->nHeaderLength) +
+                     static_cast<off_t>(records) * static_cast<off_t>(recordLength);
+    int fd = open(openFile.c_str(), O_WRONLY);
+    if (fd < 0) return false;
+    struct stat st;
+    if (fstat(fd, &st) != 0) {
+      close(fd);
+      return false;
+    }
+    std::string blank(static_cast<size_t>(recordLength), ' ');
+    blank.push_back('\x1A');
+    // What the blank record overwrites inside the old length (the mark).
+    std::string old;
+    if (st.st_size > at) {
+      old.resize(static_cast<size_t>(std::min<off_t>(st.st_size - at, blank.size())));
+      int rfd = open(openFile.c_str(), O_RDONLY);
+      bool read = rfd >= 0 && pread(rfd, &old[0], old.size(), at) == static_cast<ssize_t>(old.size());
+      if (rfd >= 0) close(rfd);
+      if (!read) {
+        close(fd);
+        return false;
+      }
+    }
+    size_t done = 0;
+    errno = 0;
+    while (done < blank.size()) {
+      ssize_t n = pwrite(fd, blank.data() + done, blank.size() - done, at + static_cast<off_t>(done));
+      if (n < 0 && errno == EINTR) continue;
+      if (n <= 0) break;
+      done += static_cast<size_t>(n);
+    }
+    const bool ok = done == blank.size();
+    const int err = ok ? 0 : (errno != 0 ? errno : ENOSPC);
+    if (!ok) {
+      if (!old.empty() && pwrite(fd, old.data(), old.size(), at) != static_cast<ssize_t>(old.size())) {
+        TarvoTrace("\nQdbase: %s: cannot restore its end after a refused append", openFile.c_str());
+      }
+      if (ftruncate(fd, st.st_size) != 0) {
+        TarvoTrace("\nQdbase: %s: cannot restore its length after a refused append",
+                   openFile.c_str());
+      }
+    }
+    close(fd);
+    if (!ok) errno = err;
+    return ok;
+  }
+
   void AfterChange() {
     dirty = true;
     if (g_flushMode.load() != 0) {
@@ -991,6 +1045,11 @@ int Qdbase::Append() {
   Impl& m = *impl_;
   if (m.h == nullptr || m.readOnly) return 0;
   if (m.records >= 0x7FFFFFFE) return 0;
+  if (!m.ReserveRecord()) {
+    TarvoTrace("\nQdbase: cannot append to %s: no room for the record (%s)", m.openFile.c_str(),
+               strerror(errno));
+    return 0;
+  }
   std::string blank(static_cast<size_t>(m.recordLength), ' ');
   if (!DBFWriteTuple(m.h, static_cast<int>(m.records), &blank[0])) return 0;
   ++m.records;
@@ -1043,15 +1102,23 @@ int Qdbase::Pack() {
     if (!tmpCpgExisted) unlink(tmpCpg.c_str());
   };
 
-  // Some tools leave slack after the field descriptors. shapelib's clone
-  // writes the descriptors without it but keeps the old header length, so
-  // the file it then reopens is short, and it dereferences the failed
-  // reopen. The clone gets the plain length; the records are copied one by
-  // one below, so the slack is simply dropped.
-  const int headerLength = m.h->nHeaderLength;
-  m.h->nHeaderLength = 32 + 32 * DBFGetFieldCount(m.h) + 1;
-  DBFHandle out = DBFCloneEmpty(m.h, tmp.c_str());
-  m.h->nHeaderLength = headerLength;
+  // The new table is made field by field rather than with shapelib's
+  // clone: the clone reopens the file it has just written and dereferences
+  // a failed reopen, which a disk without room (or slack after the old
+  // field descriptors) brings about. Made this way the header has its plain
+  // length, so any slack is dropped, and a short file is caught below.
+  SAHooks hooks = Hooks();
+  DBFHandle out = DBFCreateLL(tmp.c_str(), m.h->pszCodePage, &hooks);
+  for (int i = 0; out != nullptr && i < DBFGetFieldCount(m.h); ++i) {
+    char fieldName[XBASE_FLDNAME_LEN_READ + 1] = "";
+    int width = 0, decimals = 0;
+    DBFGetFieldInfo(m.h, i, fieldName, &width, &decimals);
+    if (DBFAddNativeFieldType(out, fieldName, DBFGetNativeFieldType(m.h, i), width, decimals) < 0) {
+      DBFClose(out);
+      out = nullptr;
+    }
+  }
+  if (out != nullptr) out->iLanguageDriver = m.h->iLanguageDriver;
   if (out == nullptr) {
     discard();
     TarvoTrace("\nQdbase: cannot pack %s: cannot create %s", file.c_str(), tmp.c_str());
@@ -1088,6 +1155,16 @@ int Qdbase::Pack() {
     }
     if (ok) ok = fsync(tfd) == 0;
     if (tfd >= 0) close(tfd);
+  }
+  if (ok) {
+    // shapelib does not report a write that found no room: the new file
+    // must hold every record its header counts before it replaces the old.
+    struct stat st;
+    HeaderInfo written;
+    std::string why;
+    ok = stat(tmp.c_str(), &st) == 0 &&
+         CheckHeader(tmp, static_cast<long long>(st.st_size), &written, &why) &&
+         written.records == kept;
   }
   if (!ok) {
     discard();
