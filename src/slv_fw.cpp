@@ -206,7 +206,6 @@ bool ReadCfgStr(const slave* s, char* cfg, int size) {
   return disp != nullptr && disp->ReadString("CFG_STR", cfg, size, 0, 0) != 0;
 }
 
-
 // A height worked out from CFG_STR. The pieces may hold exponents
 // ("1e99"), so the product can be far outside int: such a figure is no
 // height, and answers 0 as an unreadable CFG_STR does.

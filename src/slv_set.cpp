@@ -63,7 +63,8 @@ void ConfigureSerialLine(slave* s, const char* communic) {
 int HighestTank(Qdbase* tanks, long id) {
   const int savedIdx = tanks->CurrentIdx();
   tanks->SelectIdx(2);
-  tanks->Seek(static_cast<double>(id + 1) * 1000.0);
+  // In double: an id read from a wide ID field may be LONG_MAX.
+  tanks->Seek((static_cast<double>(id) + 1.0) * 1000.0);
   tanks->Prev();
   tanks->SelectIdx(savedIdx);
   long dispId = 0;
@@ -177,7 +178,13 @@ int slave::SetCommPort(int port) {
   if (disp == nullptr) return 0;
 
   char communic[155] = "";
-  disp->ReadString("COMMUNIC", communic, sizeof communic, 0, 0);
+  if (!disp->ReadString("COMMUNIC", communic, sizeof communic, 0, 0)) {
+    // A text that cannot be read whole is not rewritten from a part of it.
+    TarvoTrace("\n%s(%d): COMMUNIC could not be read", kSource, __LINE__);
+    Dsp_InitLoad();
+    Set(m_DispId);
+    return 0;
+  }
   char portText[3];
   snprintf(portText, sizeof portText, "%2d", port);
   if (strlen(communic) < 2) {

@@ -337,8 +337,10 @@ long AppendCistern(Qdbase* cist, double max, double cur, double res) {
   if (cist == nullptr) return 0;
   long lastId = 0;
   if (cist->Bottom()) cist->ReadLong("ID", &lastId);
+  // Checked before the addition: a wide ID field may hold LONG_MAX.
+  if (lastId >= 99999) return 0;
   const long id = lastId + 1;
-  if (id > 99999 || !cist->Append()) return 0;
+  if (!cist->Append()) return 0;
   if (!cist->WriteLong("ID", id) || !cist->WriteInt("USERS", 1)) {
     cist->Delete();
     return 0;

@@ -1140,6 +1140,12 @@ int Qdbase::Pack() {
     ok = DBFWriteTuple(out, kept, &record[0]) != 0;
     ++kept;
   }
+  if (!ok) {
+    // The copy is thrown away: closing it writes nothing more to a disk
+    // that has already refused a write.
+    out->bUpdated = 0;
+    out->bCurrentRecordModified = 0;
+  }
   DBFClose(out);
   if (ok) {
     // The new file must be on disk, with the old one's permissions, before

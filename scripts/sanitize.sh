@@ -1,0 +1,26 @@
+#!/usr/bin/env bash
+# Builds the library, the reference host and every test with gcc's address
+# and undefined-behaviour sanitizers (QSLAVE_SANITIZE=ON) in build-asan and
+# runs the whole ctest suite there. Leaks fail the run, and so does the
+# first undefined-behaviour report.
+#
+# Usage: scripts/sanitize.sh [BUILD_DIR]      (default build-asan)
+# JOBS sets the parallelism of the build and of ctest (default 1: the
+# machine is shared).
+set -euo pipefail
+cd "$(dirname "$0")/.."
+build=${1:-build-asan}
+jobs=${JOBS:-1}
+
+export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=0:strict_string_checks=1:detect_stack_use_after_return=1}
+export UBSAN_OPTIONS=${UBSAN_OPTIONS:-halt_on_error=1:print_stacktrace=1}
+
+cmake -S . -B "$build" \
+  -DCMAKE_C_COMPILER=gcc -DCMAKE_CXX_COMPILER=g++ \
+  -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+  -DQSLAVE_SANITIZE=ON -DQSLAVE_BUILD_TESTS=ON
+cmake --build "$build" -j"$jobs"
+# The install tests build a host program against the installed libraries
+# with the plain compiler flags; sanitized libraries cannot be loaded into a
+# program without the sanitizer runtime, so they only run in normal builds.
+ctest --test-dir "$build" -j"$jobs" --output-on-failure -E '^install\.'

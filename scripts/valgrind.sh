@@ -1,0 +1,59 @@
+#!/usr/bin/env bash
+# Runs every test program of a normal build (build-vg) under valgrind's
+# memcheck. A definite or indirect leak, or any memory error, fails the
+# program (exit 99). Child processes (the Python helpers some tests start)
+# are not traced: they are not ours.
+#
+# Usage: scripts/valgrind.sh [BUILD_DIR] [PROGRAM...]
+#   BUILD_DIR  default build-vg
+#   PROGRAM    test program names (e.g. test_tank_queries); default: all
+# JOBS sets the build's parallelism (default 1). Logs are left in
+# BUILD_DIR/valgrind/<program>.log.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+root=$(pwd)
+build=${1:-build-vg}
+shift || true
+jobs=${JOBS:-1}
+supp="$root/scripts/valgrind.supp"
+
+cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQSLAVE_BUILD_TESTS=ON \
+  -DQSLAVE_SANITIZE=OFF
+cmake --build "$build" -j"$jobs"
+
+programs=("$@")
+if [ ${#programs[@]} -eq 0 ]; then
+  while IFS= read -r p; do programs+=("$(basename "$p")"); done < <(
+    find "$build/tests" -maxdepth 1 -type f -name 'test_*' -perm -u+x | sort)
+fi
+
+logs="$build/valgrind"
+mkdir -p "$logs"
+# The environment ctest gives every test program.
+export QSLAVE_TRACE= QSLAVE_SIM= QSLAVE_DATA=
+
+failed=()
+for p in "${programs[@]}"; do
+  exe="$build/tests/$p"
+  [ -x "$exe" ] || { echo "valgrind.sh: no test program $exe" >&2; failed+=("$p"); continue; }
+  start=$(date +%s)
+  set +e
+  (cd "$build/tests" && valgrind --tool=memcheck --leak-check=full \
+      --errors-for-leak-kinds=definite,indirect --show-leak-kinds=definite,indirect \
+      --error-exitcode=99 --trace-children=no --track-origins=yes \
+      --suppressions="$supp" -v --log-file="$root/$logs/$p.log" \
+      "./$p" --gtest_brief=1 > "$root/$logs/$p.out" 2>&1)
+  rc=$?
+  set -e
+  secs=$(( $(date +%s) - start ))
+  summary=$(grep -E 'ERROR SUMMARY' "$logs/$p.log" | tail -1 | sed 's/^==[0-9]*== //' || true)
+  used=$(grep -E 'used_suppression' "$logs/$p.log" | sed 's/^--[0-9]*-- *//' | tr '\n' ';' || true)
+  echo "$p: exit $rc, ${secs}s, $summary${used:+ [suppressed: $used]}"
+  [ "$rc" -eq 0 ] || failed+=("$p")
+done
+
+if [ ${#failed[@]} -ne 0 ]; then
+  echo "valgrind.sh: failed: ${failed[*]} (logs in $logs)" >&2
+  exit 1
+fi
+echo "valgrind.sh: all ${#programs[@]} programs clean"
