@@ -17,7 +17,7 @@ export UBSAN_OPTIONS=${UBSAN_OPTIONS:-halt_on_error=1:print_stacktrace=1}
 
 cmake -S . -B "$build" \
   -DCMAKE_C_COMPILER=gcc -DCMAKE_CXX_COMPILER=g++ \
-  -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+  -DCMAKE_BUILD_TYPE=Debug \
   -DQSLAVE_SANITIZE=ON -DQSLAVE_BUILD_TESTS=ON
 cmake --build "$build" -j"$jobs"
 # The install tests build a host program against the installed libraries
