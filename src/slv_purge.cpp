@@ -144,10 +144,7 @@ int slave::CanisterPurge(int circuit, double quantity) {
   if (m_NumTanks < 1 || !HoldsColourant(this, circuit)) return 0;
   std::vector<int> one(1, circuit);
   const int r = m_Dsp->PurgeCircuits(1, one.data(), quantity);
-  if (r == -1) {
-    const int result = PurgeByDispensing(this, one, quantity, 1, nullptr);
-    return result;
-  }
+  if (r == -1) return PurgeByDispensing(this, one, quantity, 1, nullptr);
   return BookDriverPurge(this, one, quantity, 1.0, r, nullptr);
 }
 
