@@ -146,20 +146,28 @@ int slave::Set(long id) {
   return 1;
 }
 
-int slave::FindFirst() {
+namespace {
+
+// Moves the dispenser table to its first record (or the next one) and
+// answers the id there; 0 when there is none or the id is 0.
+long StepDispenser(bool first) {
   Qdbase* disp = nullptr;
-  if (!_slv_dbhandles(&disp, nullptr, nullptr) || !disp->Top() || disp->Eof()) return 0;
+  if (!_slv_dbhandles(&disp, nullptr, nullptr)) return 0;
+  if (!(first ? disp->Top() : disp->Next()) || disp->Eof()) return 0;
   long id = 0;
-  if (!disp->ReadLong("ID", &id) || id == 0) return 0;
-  return Set(id);
+  return disp->ReadLong("ID", &id) ? id : 0;
+}
+
+}  // namespace
+
+int slave::FindFirst() {
+  const long id = StepDispenser(true);
+  return id == 0 ? 0 : Set(id);
 }
 
 int slave::FindNext() {
-  Qdbase* disp = nullptr;
-  if (!_slv_dbhandles(&disp, nullptr, nullptr) || !disp->Next() || disp->Eof()) return 0;
-  long id = 0;
-  if (!disp->ReadLong("ID", &id) || id == 0) return 0;
-  return Set(id);
+  const long id = StepDispenser(false);
+  return id == 0 ? 0 : Set(id);
 }
 
 int slave::SetCommPort(int port) {

@@ -178,24 +178,26 @@ int slave::DispenserQuit() {
   return result;
 }
 
-double slave::GetSplittingPerc() {
-  Qdbase* disp = SlvDispenserRecord(this);
+namespace {
+
+// A splitting setting from CFG_STR positions from..to, divided by divisor,
+// kept in *member; an unreadable CFG_STR keeps the member's last value.
+double SplittingSetting(const slave* s, int from, int to, double divisor, double* member) {
+  Qdbase* disp = SlvDispenserRecord(s);
   if (disp == nullptr) return 0.0;
   char cfg[128];
   if (disp->ReadString("CFG_STR", cfg, sizeof cfg, 0, 0)) {
-    m_SplitPerc = SlvPieceDouble(cfg, 37, 40) / 10.0;
+    *member = SlvPieceDouble(cfg, from, to) / divisor;
   }
-  return m_SplitPerc;
+  return *member;
 }
 
+}  // namespace
+
+double slave::GetSplittingPerc() { return SplittingSetting(this, 37, 40, 10.0, &m_SplitPerc); }
+
 double slave::GetSplittingThreshold() {
-  Qdbase* disp = SlvDispenserRecord(this);
-  if (disp == nullptr) return 0.0;
-  char cfg[128];
-  if (disp->ReadString("CFG_STR", cfg, sizeof cfg, 0, 0)) {
-    m_SplitThreshold = SlvPieceDouble(cfg, 41, 44);
-  }
-  return m_SplitThreshold;
+  return SplittingSetting(this, 41, 44, 1.0, &m_SplitThreshold);
 }
 
 int slave::NumSpeeds(int* speeds) {

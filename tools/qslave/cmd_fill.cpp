@@ -45,10 +45,7 @@ int RunFill(const Invocation& invocation) {
   if (!s) return Fail(error);
   std::vector<int> circuits;
   if (one_circuit) {
-    if (circuit > s->m_NumTanks || !s->TankAvail(static_cast<int>(circuit))) {
-      return Fail("dispenser " + std::to_string(s->m_DispId) + " has no circuit " +
-                  std::to_string(circuit));
-    }
+    if (!HasCircuit(*s, circuit, &error)) return Fail(error);
     circuits.push_back(static_cast<int>(circuit));
   } else {
     circuits = CircuitsWithColourant(*s);

@@ -98,10 +98,7 @@ int RunPurge(const Invocation& invocation) {
   if (!s) return Fail(error);
   std::vector<int> circuits;
   if (one_circuit) {
-    if (circuit > s->m_NumTanks || !s->TankAvail(static_cast<int>(circuit))) {
-      return Fail("dispenser " + std::to_string(s->m_DispId) + " has no circuit " +
-                  std::to_string(circuit));
-    }
+    if (!HasCircuit(*s, circuit, &error)) return Fail(error);
     const CircuitLevel level = ReadLevel(*s, static_cast<int>(circuit));
     if (!level.known || !(level.current > kEmpty)) {
       return Fail("circuit " + std::to_string(circuit) + " holds no colourant: nothing to purge");

@@ -48,3 +48,11 @@ void PrintLevelChanges(const ColourantTable& names, const std::vector<CircuitLev
            LevelText(after[i].known, after[i].current).c_str());
   }
 }
+
+bool HasCircuit(slave& s, long circuit, std::string* error) {
+  if (circuit >= 1 && circuit <= s.m_NumTanks && s.TankAvail(static_cast<int>(circuit))) {
+    return true;
+  }
+  *error = "dispenser " + std::to_string(s.m_DispId) + " has no circuit " + std::to_string(circuit);
+  return false;
+}

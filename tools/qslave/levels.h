@@ -4,6 +4,7 @@
 #define QSLAVE_CLI_LEVELS_H
 
 #include <map>
+#include <string>
 #include <vector>
 
 #include "colourant_table.h"
@@ -18,6 +19,10 @@ struct CircuitLevel {
 
 CircuitLevel ReadLevel(slave& s, int circuit);
 std::vector<CircuitLevel> ReadLevels(slave& s, const std::vector<int>& circuits);
+
+// Whether the dispenser has a tank record for circuit; when not, *error
+// says so in the tool's words.
+bool HasCircuit(slave& s, long circuit, std::string* error);
 
 // The circuits 1..m_NumTanks that hold a colourant.
 std::vector<int> CircuitsWithColourant(const slave& s);
