@@ -68,6 +68,14 @@ class QSLAVE_API slave {
   char m_PurgeSrvOff;         // non-zero: no purge-server update
   char m_PurgeSrvHost[51];
   int m_PurgeSrvPort;
+  // Seconds the purge-server call may take, connection and answer
+  // together; 0 or less waits for the answer however long it takes.
+  // 5 after construction and copy.
+  double m_PurgeSrvTimeout;
+  // 1 when the last dispense or purge of this object went to the machine
+  // (or, for DispDrv, to the caller) but its quantities could not be booked
+  // on the levels; 0 otherwise. Read it with LevelsNotBooked().
+  int m_LevelsNotBooked;
 
   // Simulation switch: while non-zero the status predicates answer fixed
   // values without asking the machine.
@@ -189,6 +197,13 @@ class QSLAVE_API slave {
   int DispDrv(char* frm, char* out, int outLen, double f, double u, int w,
               int updLevels, int style);
   int UpdateDspPurgeServerAfterDispensing(char* frm);
+  // 1 when the last Dispense, DispDrv, DispenseByCircuit, Purge,
+  // SelectivePurge, CanisterPurge or Test sent its command but the levels
+  // do not hold its quantities (a table that could not be written, a
+  // circuit whose level could not be read); 0 when every quantity was
+  // booked or the operation books none. Each of those operations sets it
+  // anew when it starts.
+  int LevelsNotBooked();
 
   // --- Diagnostic dumps ---------------------------------------------------
   void Dump();

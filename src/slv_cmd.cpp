@@ -133,6 +133,7 @@ int slave::Dispense(char* frm, double f, double u, int w, int updLevels, int g2B
                     int g0After) {
   TarvoTrace("\nQslave::Dispense( Frm=[%s], f=%.4lf, u=%.4lf, w=%d)\n", frm != nullptr ? frm : "",
              f, u, w);
+  m_LevelsNotBooked = 0;
   if (m_Dsp == nullptr) return 0;
   if (m_Dsp->GetType(0, 0) == 9) return DispenseByColorant(frm, f, u, w, updLevels);
 
@@ -146,7 +147,7 @@ int slave::Dispense(char* frm, double f, double u, int w, int updLevels, int g2B
 
   // Levels go down before the command is sent and stay down if the machine
   // refuses it.
-  if (updLevels) UpdateLevels(n, tanks.data(), qnts.data(), 1.0, 0);
+  if (updLevels && !UpdateLevels(n, tanks.data(), qnts.data(), 1.0, 0)) m_LevelsNotBooked = 1;
   StopperCommand(this, g2Before, "/G2");
   // The factors are in the quantities already.
   const int result = Dispense(n, tanks.data(), qnts.data(), 1.0);
@@ -213,6 +214,7 @@ bool CircuitGroups(const std::string& field, int pairsPerCmd, std::vector<std::s
 }  // namespace
 
 int slave::DispenseByCircuit(char* frm, int pairsPerCmd, int g2Before, int g0After) {
+  m_LevelsNotBooked = 0;
   if (frm == nullptr || frm[0] == '\0' || pairsPerCmd < 1) {
     m_LastError = SLV_ERR_GENERIC;
     return 0;
@@ -232,7 +234,7 @@ int slave::DispenseByCircuit(char* frm, int pairsPerCmd, int g2Before, int g0Aft
   for (std::string& group : groups) {
     std::string command;
     if (!byPosition) {
-      UpdateLevelsByFormula(&group[0]);
+      if (UpdateLevelsByFormula(&group[0]) != 1) m_LevelsNotBooked = 1;
       command = "/D" + group;
     } else {
       command = (m_PurgeSrvFlag ? "/D(PURGEBYPOS)" : "/D(DISPBYPOS)") + group;
@@ -249,6 +251,7 @@ int slave::DispenseByCircuit(char* frm, int pairsPerCmd, int g2Before, int g0Aft
 
 int slave::DispDrv(char* frm, char* out, int outLen, double f, double u, int w, int updLevels,
                    int style) {
+  m_LevelsNotBooked = 0;
   if (out == nullptr || outLen <= 0) return 0;
   Zu_IntArray tankList;
   Zu_DoubleArray qntList;
@@ -268,7 +271,7 @@ int slave::DispDrv(char* frm, char* out, int outLen, double f, double u, int w, 
                        : SlvFormat("%d,%.3lf,", tanks[i], qnts[i]);
   }
   if (text.size() <= 1) return 0;
-  if (updLevels) UpdateLevels(n, tanks.data(), qnts.data(), 1.0, 0);
+  if (updLevels && !UpdateLevels(n, tanks.data(), qnts.data(), 1.0, 0)) m_LevelsNotBooked = 1;
   if (style != 1) text.back() = '"';
   // The caller's buffer holds outLen + 1 bytes; a longer text is refused.
   if (text.size() > static_cast<size_t>(outLen)) {

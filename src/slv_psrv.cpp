@@ -62,8 +62,10 @@ int slave::UpdateDspPurgeServerAfterDispensing(char* frm) {
   params[2] = m_PurgeSrvFlag != 0;
   XmlRpc::XmlRpcValue result;
 
-  // No time-out: the server's answer is awaited.
-  if (!client.execute("UpdateAfterDispensing", params, result, -1.0)) {
+  // The connection and the answer share one bound; a call that runs out
+  // of it fails like any other failed call, and is not made again.
+  const double timeout = m_PurgeSrvTimeout > 0.0 ? m_PurgeSrvTimeout : -1.0;
+  if (!client.execute("UpdateAfterDispensing", params, result, timeout)) {
     TarvoTrace("\nslave::UpdateDspPurgeServerAfterDispensing: DspPurgeClient.execute FAILED!!! \n");
     client.close();
     return 0;

@@ -63,7 +63,7 @@ int PurgeByDispensing(slave* s, const std::vector<int>& circuits, double quantit
       if (record != nullptr) record->add(ColourantOf(s, circuit), quantity, 0, 0);
     }
     const int n = static_cast<int>(group.size());
-    s->UpdateLevels(n, group.data(), qnts.data(), 1.0, 0);
+    if (!s->UpdateLevels(n, group.data(), qnts.data(), 1.0, 0)) s->m_LevelsNotBooked = 1;
     result = s->Dispense(n, group.data(), qnts.data(), 1.0);
   }
   if (GroupFlag(s)) Send(s, "/G0");
@@ -75,7 +75,7 @@ int PurgeByDispensing(slave* s, const std::vector<int>& circuits, double quantit
 int BookDriverPurge(slave* s, const std::vector<int>& circuits, double quantity, double sign,
                     int driverResult, Zu_Frm* record) {
   for (int circuit : circuits) {
-    s->change_level(circuit, sign * quantity, 1, 0);
+    if (!s->change_level(circuit, sign * quantity, 1, 0)) s->m_LevelsNotBooked = 1;
     if (record != nullptr) record->add(ColourantOf(s, circuit), quantity, 0, 0);
   }
   s->m_LastError = driverResult;
@@ -86,6 +86,7 @@ int BookDriverPurge(slave* s, const std::vector<int>& circuits, double quantity,
 }  // namespace
 
 int slave::Purge(double quantity, Zu_Frm* record, bool send, bool oneByOne) {
+  m_LevelsNotBooked = 0;
   if (m_Dsp == nullptr || RefuseQuantity(this, quantity)) return 0;
   const int type = m_Dsp->GetType(0, 0);
   if (type == 9) {
@@ -106,7 +107,7 @@ int slave::Purge(double quantity, Zu_Frm* record, bool send, bool oneByOne) {
   if (!send) {
     // Booked as if the driver had purged, without a command.
     for (int circuit : circuits) {
-      change_level(circuit, -quantity, 1, 0);
+      if (!change_level(circuit, -quantity, 1, 0)) m_LevelsNotBooked = 1;
       if (record != nullptr) record->add(ColourantOf(this, circuit), quantity, 0, 0);
     }
     return 1;
@@ -117,6 +118,7 @@ int slave::Purge(double quantity, Zu_Frm* record, bool send, bool oneByOne) {
 }
 
 int slave::SelectivePurge(long* colourants, double quantity) {
+  m_LevelsNotBooked = 0;
   if (m_DispId < 1 || m_Dsp == nullptr || colourants == nullptr) return 0;
   if (RefuseQuantity(this, quantity)) return 0;
   const int g = GroupSize(this, m_Dsp->GetType(0, 0));
@@ -137,6 +139,7 @@ int slave::SelectivePurge(long* colourants, double quantity) {
 }
 
 int slave::CanisterPurge(int circuit, double quantity) {
+  m_LevelsNotBooked = 0;
   if (m_DispId < 1 || m_Dsp == nullptr || RefuseQuantity(this, quantity)) return 0;
   if (m_Dsp->GetType(0, 0) == 9) {
     return Send(this, SlvFormat("/D(PURGEBYCAN)(%d:%f)", circuit, quantity));
@@ -149,6 +152,7 @@ int slave::CanisterPurge(int circuit, double quantity) {
 }
 
 int slave::Test(bool grouped, double quantity) {
+  m_LevelsNotBooked = 0;
   if (m_DispId < 1 || m_Dsp == nullptr || RefuseQuantity(this, quantity)) return 0;
   if (m_Dsp->GetType(0, 0) == 9) return Send(this, SlvFormat("/D(PURGE_SEQ)(%f)", quantity));
   if (m_Dsp->PurgeCircuits(0, nullptr, 0.0) != -1) return Purge(quantity, nullptr, true, false);

@@ -49,10 +49,15 @@ void ReadDebugSwitch() {
   }
 }
 
+// A purge server that accepts and never answers, or a connection that never
+// completes, must not hold a dispense for ever.
+const double kPurgeServerTimeout = 5.0;
+
 void InitPurgeServerSettings(slave* s) {
   s->m_PurgeSrvOff = 0;
   snprintf(s->m_PurgeSrvHost, sizeof s->m_PurgeSrvHost, "%s", "127.0.0.1");
   s->m_PurgeSrvPort = 9002;
+  s->m_PurgeSrvTimeout = kPurgeServerTimeout;
 }
 
 }  // namespace
@@ -69,7 +74,8 @@ slave::slave(long id)
       m_TankCntId(nullptr), m_LastError(0), m_SingleCircuit(0),
       m_FwVersion(-1), m_PurgeSrvFlag(0), m_DataId(0), m_CommPort(0),
       m_SerialNo(), m_LastDosedFrm(nullptr), m_LastDosedMode(0),
-      m_PurgeSrvOff(0), m_PurgeSrvHost(), m_PurgeSrvPort(0) {
+      m_PurgeSrvOff(0), m_PurgeSrvHost(), m_PurgeSrvPort(0), m_PurgeSrvTimeout(0),
+      m_LevelsNotBooked(0) {
   InitPurgeServerSettings(this);
   ExportDataPath();
   if (++counter == 1) {
@@ -86,7 +92,8 @@ slave::slave(const slave& o)
       m_TankCntId(nullptr), m_LastError(0), m_SingleCircuit(0),
       m_FwVersion(-1), m_PurgeSrvFlag(0), m_DataId(0), m_Text(o.m_Text),
       m_CommPort(0), m_SerialNo(), m_LastDosedFrm(nullptr), m_LastDosedMode(0),
-      m_PurgeSrvOff(0), m_PurgeSrvHost(), m_PurgeSrvPort(0) {
+      m_PurgeSrvOff(0), m_PurgeSrvHost(), m_PurgeSrvPort(0), m_PurgeSrvTimeout(0),
+      m_LevelsNotBooked(0) {
   // A copy is a configuration snapshot for tank and colourant queries: it
   // shares no driver and never opens the tables.
   InitPurgeServerSettings(this);
@@ -160,6 +167,8 @@ int slave::clean() {
 }
 
 int slave::GetCommPort() { return m_CommPort; }
+
+int slave::LevelsNotBooked() { return m_LevelsNotBooked; }
 
 int slave::EnableSeparateThread(int on) {
   const int previous = m_SeparateThread;

@@ -360,6 +360,11 @@ TEST_F(Durability, ReadOnlyTankTableFailsLevelUpdatesAndChangesNoFile) {
     EXPECT_EQ(s.Dispense(frm, 1.0, 1.0, 0, 1, 0, 0), 1);
     EXPECT_EQ(DispenseCommandsOf(s), (std::vector<std::string>{"/D(1:1.250)(2:0.500)"}));
     EXPECT_EQ(qtest::CountMatching(trace_.messages(), failure), 2) << trace_.text();
+    // The dispense went out; the host can tell that its levels did not.
+    EXPECT_EQ(s.LevelsNotBooked(), 1);
+    char none[] = "";
+    EXPECT_EQ(s.Dispense(none, 1.0, 1.0, 0, 1, 0, 0), 0);
+    EXPECT_EQ(s.LevelsNotBooked(), 0);
 
     // Memory follows the file: the library still reads the old levels.
     double cur = 0.0;

@@ -4,7 +4,12 @@
 // each operation gives its documented result, the trace says what went
 // wrong exactly once, nothing reaches standard error and nothing crashes.
 #include <gtest/gtest.h>
+#include <arpa/inet.h>
+#include <netinet/in.h>
 #include <stdio.h>
+#include <sys/socket.h>
+#include <time.h>
+#include <unistd.h>
 
 #include <map>
 #include <string>
@@ -179,6 +184,87 @@ TEST_F(PurgeServerFaults, RepeatedDispensesAgainstAServerThatIsDown) {
   EXPECT_EQ(done, 5);
   EXPECT_EQ(qtest::CountOf(trace_.messages(), kFailedLine), 5) << trace_.text();
   EXPECT_EQ(TankLevelsOnDisk(), (std::map<int, double>{{1, 495.0}, {2, 400.0}}));
+}
+
+// A listening socket on a free loopback port that never answers: the kernel
+// completes the handshake for connections it queues, and nobody reads what
+// they send. With fill set, its queue is filled first by connections of its
+// own, so that a further connection is never completed at all.
+class SilentListener {
+ public:
+  explicit SilentListener(bool fill) {
+    fd_ = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in addr = {};
+    addr.sin_family = AF_INET;
+    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t len = sizeof addr;
+    if (fd_ < 0 || bind(fd_, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 ||
+        listen(fd_, 0) != 0 || getsockname(fd_, reinterpret_cast<sockaddr*>(&addr), &len) != 0) {
+      return;
+    }
+    port_ = ntohs(addr.sin_port);
+    // A backlog of 0 queues one connection; a few more make sure the queue
+    // is full whatever the kernel rounds it to.
+    for (int i = 0; fill && i < 4; ++i) {
+      int c = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
+      connect(c, reinterpret_cast<sockaddr*>(&addr), sizeof addr);
+      fillers_.push_back(c);
+    }
+  }
+  ~SilentListener() {
+    for (int c : fillers_) close(c);
+    if (fd_ >= 0) close(fd_);
+  }
+  int port() const { return port_; }
+
+ private:
+  int fd_ = -1;
+  int port_ = 0;
+  std::vector<int> fillers_;
+};
+
+// A purge server that accepts and never answers, or whose handshake never
+// completes, costs the dispense its bound and one failure line: the
+// dispense itself, its command and its levels stand.
+class SilentPurgeServer : public PurgeServerFaults {
+ protected:
+  void ExpectBoundedWait(int port) {
+  slave s(1);
+  ASSERT_EQ(s.m_DispId, 1);
+  snprintf(s.m_PurgeSrvHost, sizeof s.m_PurgeSrvHost, "%s", "127.0.0.1");
+  s.m_PurgeSrvPort = port;
+  s.m_PurgeSrvOff = 0;
+  s.m_PurgeSrvTimeout = 1.0;
+  char frm[] = "(10:12.500)";
+  const time_t start = time(nullptr);
+  EXPECT_EQ(s.Dispense(frm, 1.0, 1.0, 0, 1, 0, 0), 1);
+  // A bound, not a measurement: without one the call never returns.
+  EXPECT_LE(time(nullptr) - start, 30);
+  EXPECT_EQ(TankLevelsOnDisk(), (std::map<int, double>{{1, 487.5}, {2, 400.0}}));
+  }
+};
+
+TEST_F(SilentPurgeServer, ServerThatNeverAnswersCostsTheBoundOnly) {
+  SilentListener listener(false);
+  ASSERT_GT(listener.port(), 0);
+  trace_.clear();
+  ExpectBoundedWait(listener.port());
+  ExpectTransportFailure();
+}
+
+TEST_F(SilentPurgeServer, HandshakeThatNeverCompletesCostsTheBoundOnly) {
+  SilentListener listener(true);
+  ASSERT_GT(listener.port(), 0);
+  trace_.clear();
+  ExpectBoundedWait(listener.port());
+  ExpectTransportFailure();
+}
+
+TEST_F(PurgeServerFaults, ConstructionBoundsTheCallToFiveSeconds) {
+  slave s(1);
+  EXPECT_EQ(s.m_PurgeSrvTimeout, 5.0);
+  slave copy(s);
+  EXPECT_EQ(copy.m_PurgeSrvTimeout, 5.0);
 }
 
 // --- A driver that answers no command --------------------------------------
