@@ -53,7 +53,9 @@ class Qdbase {
   // file is missing, empty, truncated (shorter than its header's record
   // count says: refused whole) or has a corrupt header, or when a key
   // expression cannot be evaluated on it.
-  // Opening an open table returns 1 and changes nothing.
+  // Opening an open table returns 1 and changes nothing. While the
+  // process-wide read-only mode is on (SetReadOnly), the file is opened for
+  // reading only, whatever its permissions.
   int Open();
   // Writes pending changes and closes. 0 when the table was not open.
   int Close();
@@ -161,6 +163,13 @@ class Qdbase {
   // The mode starts at 1.
   static int FlushGet();
   static void FlushSet(int mode);
+
+  // Process-wide read-only mode: 1 makes every table opened from now on
+  // read-only (its writes, appends and packs fail and change nothing), for
+  // programs that only watch the tables. Tables already open keep their
+  // mode. Starts at 0.
+  static void SetReadOnly(int on);
+  static int ReadOnly();
 
   // Creates the empty table path/base.dbf with the given fields. Refuses
   // (0, with a trace line) when the file already exists, a field is invalid

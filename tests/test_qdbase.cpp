@@ -1335,4 +1335,29 @@ TEST_F(QdbaseTest, ReadOnlyFileOpensButRefusesWrites) {
   EXPECT_EQ(before, ReadFile(File()));
 }
 
+// A watcher process opens even writable tables for reading only.
+TEST_F(QdbaseTest, ReadOnlyModeOpensWritableFilesForReadingOnly) {
+  FillStandard();
+  std::string before = ReadFile(File());
+  Qdbase::SetReadOnly(1);
+  {
+    Qdbase db;
+    OpenWith(db, {"ID"});
+    EXPECT_EQ(1, Qdbase::ReadOnly());
+    EXPECT_EQ(10, Long(db, "ID"));
+    EXPECT_EQ(0, db.WriteLong("ID", 11));
+    EXPECT_EQ(0, db.WriteString("NAME", "x"));
+    EXPECT_EQ(0, db.Append());
+    EXPECT_EQ(0, db.Delete());
+    EXPECT_EQ(0, db.Pack());
+    EXPECT_EQ(1, db.Close());
+  }
+  Qdbase::SetReadOnly(0);
+  EXPECT_EQ(0, Qdbase::ReadOnly());
+  EXPECT_EQ(before, ReadFile(File()));
+  Qdbase db;
+  OpenWith(db, {"ID"});
+  EXPECT_EQ(1, db.WriteLong("ID", 11));
+}
+
 }  // namespace

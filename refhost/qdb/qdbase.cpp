@@ -29,6 +29,7 @@
 namespace {
 
 std::atomic<int> g_flushMode{1};
+std::atomic<int> g_readOnly{0};
 
 constexpr int kMaxIndexes = 8;
 
@@ -685,7 +686,8 @@ int Qdbase::Open() {
     return 0;
   }
 
-  bool readOnly = access(file.c_str(), W_OK) != 0 || (st.st_mode & 0222) == 0;
+  bool readOnly = g_readOnly.load() != 0 || access(file.c_str(), W_OK) != 0 ||
+                  (st.st_mode & 0222) == 0;
   SAHooks hooks = Hooks();
   DBFHandle h = DBFOpenLL(file.c_str(), readOnly ? "rb" : "rb+", &hooks);
   if (h == nullptr && !readOnly) {
@@ -1214,6 +1216,10 @@ int Qdbase::Flush() { return impl_->Flush() ? 1 : 0; }
 int Qdbase::FlushGet() { return g_flushMode.load(); }
 
 void Qdbase::FlushSet(int mode) { g_flushMode.store(mode != 0 ? 1 : 0); }
+
+void Qdbase::SetReadOnly(int on) { g_readOnly.store(on != 0 ? 1 : 0); }
+
+int Qdbase::ReadOnly() { return g_readOnly.load(); }
 
 int Qdbase::Create(const char* path, const char* base, int nFields, const QdbField* fields) {
   if (path == nullptr || base == nullptr || *base == '\0') {
