@@ -38,6 +38,16 @@ double ReadMpx(Qdbase* tanks) {
 
 long CistId(const CtInDspTank& entry) { return strtol(entry.cist_id, nullptr, 10); }
 
+// Writes id into the entry's cistern text ("%5ld"); false when it needs
+// more than the text holds.
+bool StoreCistId(CtInDspTank* entry, long id) {
+  char text[32];
+  const int len = snprintf(text, sizeof text, "%5ld", id);
+  if (len < 0 || static_cast<size_t>(len) >= sizeof entry->cist_id) return false;
+  memcpy(entry->cist_id, text, static_cast<size_t>(len) + 1);
+  return true;
+}
+
 }  // namespace
 
 ColourantInDispenser::ColourantInDispenser(slave* s)
@@ -98,9 +108,16 @@ int ColourantInDispenser::Read(long cnt) {
     entry.tank = list[i];
     tanks->ReadDouble("MAX_Q", &entry.max_q);
     entry.mpx = ReadMpx(tanks);
-    char cistId[6];
-    if (tanks->ReadString("CIST_ID", cistId, sizeof cistId, 0, 0)) {
-      memcpy(entry.cist_id, cistId, sizeof cistId);
+    // The cistern id is a number, stored as digits or as a number of any
+    // width; the entry keeps it as "%5ld". One that does not fit there is
+    // refused rather than cut to another id.
+    long cistId = 0;
+    if (tanks->ReadLong("CIST_ID", &cistId) && !StoreCistId(&entry, cistId)) {
+      TarvoTrace("\n%s(%d): cistern id %ld of tank %d does not fit", kSource, __LINE__, cistId,
+                 entry.tank);
+      free(list);
+      Clear();
+      return 0;
     }
     // A master tank fed by a cistern holds the cistern's quantities; the
     // cistern record is the one TankLocate found for this tank.
@@ -179,9 +196,9 @@ int ColourantInDispenser::Write() {
       cist->WriteDouble("CUR_Q", entry.cur_q);
       cist->WriteDouble("RES_Q", entry.res_q);
     }
-    if (cist != nullptr && !tanks->WriteString("CIST_ID", entry.cist_id)) {
-      tanks->WriteLong("CIST_ID", CistId(entry));  // a numeric CIST_ID field
-    }
+    // The id is written as a number: right-aligned digits in a text field,
+    // a number in a numeric one; an unchanged id changes no byte.
+    if (cist != nullptr) tanks->WriteLong("CIST_ID", CistId(entry));
     tanks->WriteDouble("MAX_Q", entry.max_q);
     tanks->WriteDouble("CUR_Q", entry.cur_q);
     tanks->WriteDouble("RES_Q", entry.res_q);

@@ -48,7 +48,18 @@ int slave::TranslateFormulaFromCntIdToCntCode(char* frm, char* out, double f, do
       long id = 0;
       if (!table->ReadLong("ID", &id) || id != ids[static_cast<size_t>(i)]) continue;
       char code[11];
-      if (!table->ReadString("CODE", code, sizeof code, 1, 1)) continue;
+      // The code goes to the machine: one the buffer cannot hold whole
+      // fails the translation (nothing is dosed) rather than being cut to
+      // another colourant's code or left out of the formula.
+      const int length = table->TextLength("CODE");
+      if (length >= static_cast<int>(sizeof code) ||
+          !table->ReadString("CODE", code, sizeof code, 1, 1)) {
+        TarvoTrace("\n%s(%d): colorant %ld: code of %d characters refused: room for %zu", kSource,
+                   __LINE__, id, length, sizeof code - 1);
+        m_LastError = SLV_ERR_GENERIC;
+        colorants.TmpClose();
+        return -1;
+      }
       text += SlvFormat("(%s:%.3lf)", code, qnts[static_cast<size_t>(i)]);
     }
   }

@@ -183,17 +183,19 @@ int slave::ForceOption(int pos, int on) {
   Qdbase* disp = SlvDispenserRecord(this);
   if (disp == nullptr) return 0;
 
-  // Zeroed whole: the filling below runs past the copied text's terminator,
-  // and the text must end right after the position it reaches.
+  // The option text as the library holds it, a shorter one filled with '0'
+  // (off) up to the position. It is written over the start of OPTIONS:
+  // whatever the field holds past it (a wider field's characters beyond
+  // the 32 the library reads) stays as it is on disk.
   char options[sizeof m_Options] = {};
   snprintf(options, sizeof options, "%s", m_Options);
-  // A shorter text is filled with '0' (off) up to the position.
   for (size_t i = strlen(options); i < static_cast<size_t>(pos); ++i) options[i] = '0';
-  if (strlen(options) <= static_cast<size_t>(pos)) options[pos + 1] = '\0';
   options[pos] = on ? '1' : '0';
-
+  if (!disp->WriteStringAt("OPTIONS", 0, options)) {
+    TarvoTrace("\n%s(%d): option %d could not be written", kSource, __LINE__, pos);
+    return 0;
+  }
   // Memory follows the record only once the record holds the change.
-  if (!disp->WriteString("OPTIONS", options)) return 0;
   memcpy(m_Options, options, sizeof m_Options);
   return 1;
 }

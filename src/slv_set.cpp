@@ -185,23 +185,12 @@ int slave::SetCommPort(int port) {
   Qdbase* disp = SlvDispenserRecord(this);
   if (disp == nullptr) return 0;
 
-  char communic[155] = "";
-  if (!disp->ReadString("COMMUNIC", communic, sizeof communic, 0, 0)) {
-    // A text that cannot be read whole is not rewritten from a part of it.
-    TarvoTrace("\n%s(%d): COMMUNIC could not be read", kSource, __LINE__);
-    Dsp_InitLoad();
-    Set(m_DispId);
-    return 0;
-  }
+  // Only the port's two characters change: the rest of COMMUNIC stays as it
+  // is on disk, however wide the field and whatever lies past the part the
+  // library reads.
   char portText[3];
   snprintf(portText, sizeof portText, "%2d", port);
-  if (strlen(communic) < 2) {
-    // Keep a short text's positions: pad it to hold the port.
-    memset(communic + strlen(communic), ' ', 2 - strlen(communic));
-    communic[2] = '\0';
-  }
-  memcpy(communic, portText, 2);
-  const bool written = disp->WriteString("COMMUNIC", communic) != 0;
+  const bool written = disp->WriteStringAt("COMMUNIC", 0, portText) != 0;
   if (!written) TarvoTrace("\n%s(%d): COMMUNIC could not be written", kSource, __LINE__);
 
   Dsp_InitLoad();

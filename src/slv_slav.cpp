@@ -237,6 +237,15 @@ int slave::IsGravimetric() {
   table->SelectIdx(1);
   for (int more = table->Top(); more && !table->Eof(); more = table->Next()) {
     char code[25];
+    // A code goes to the driver whole or not at all: one the buffer cannot
+    // hold fails the question, since a cut code names another colourant.
+    if (table->TextLength("CODE") >= static_cast<int>(sizeof code)) {
+      TarvoTrace("\n%s(%d): colorant code of %d characters refused: room for %zu", kSource,
+                 __LINE__, table->TextLength("CODE"), sizeof code - 1);
+      m_LastError = SLV_ERR_GENERIC;
+      result = 0;
+      break;
+    }
     if (!table->ReadString("CODE", code, sizeof code, 1, 1)) continue;
     char formula[40];
     snprintf(formula, sizeof formula, "(%s:1.0)", code);

@@ -45,7 +45,10 @@ int GroupVerdict(ColourantInDispenser* c, int lo, int hi) {
 int DriverLevelCheck(slave* s, long cnt, double qnt) {
   std::string text = SlvFormat("%ld,%.3lf", cnt, qnt);
   const int len = s->TranslateFormulaFromCntIdToCntCode(&text[0], nullptr, 1.0, 1.0, 0);
-  if (len <= 0) return 2;
+  // Nothing to judge is enough; a translation that failed (no colourant
+  // table, a code too long to send) vouches for nothing.
+  if (len < 0) return 0;
+  if (len == 0) return 2;
   std::vector<char> codes(static_cast<size_t>(len) + 1);
   s->TranslateFormulaFromCntIdToCntCode(&text[0], codes.data(), 1.0, 1.0, 0);
   return s->m_Dsp->CheckFormulaLevel(codes.data());

@@ -38,17 +38,14 @@ int TestBit(const StatusBit& bit, int status) {
 }
 
 // Copies the driver's answer to the last command into an 81-byte static
-// buffer. An answer too long for it is refused (empty), never cut.
+// buffer: a bounded copy of its leading part, always terminated (the
+// buffer is handed to the host as a text).
 char* AnswerInto(slave* s, char* buffer, int size, int result) {
   buffer[0] = '\0';
   if (result != 0 || s->m_Dsp == nullptr) return buffer;
   const char* text = s->m_Dsp->GetAnswer(s->m_DispId);
   if (text == nullptr) return buffer;
-  if (strlen(text) >= static_cast<size_t>(size)) {
-    TarvoTrace("\n%s(%d): machine answer too long (%zu characters)", kSource, __LINE__, strlen(text));
-    return buffer;
-  }
-  memcpy(buffer, text, strlen(text) + 1);
+  snprintf(buffer, static_cast<size_t>(size), "%s", text);
   return buffer;
 }
 

@@ -51,7 +51,10 @@ int slave::CheckLevel(char* frm, double a, double b, int c, Zu_IntArray* low) {
   if (m_Dsp != nullptr && m_Dsp->GetType(0, 0) == 9) {
     // The machine judges its levels itself from the codes.
     const int len = TranslateFormulaFromCntIdToCntCode(frm, nullptr, a, b, c);
-    if (len <= 0) return 2;
+    // Nothing to judge is enough; a translation that failed (no colourant
+    // table, a code too long to send) vouches for nothing.
+    if (len < 0) return 0;
+    if (len == 0) return 2;
     std::vector<char> codes(static_cast<size_t>(len) + 1);
     TranslateFormulaFromCntIdToCntCode(frm, codes.data(), a, b, c);
     return m_Dsp->CheckFormulaLevel(codes.data());

@@ -235,14 +235,16 @@ TEST_F(FormulaCheck, TypeNineEmptyFormulaIsTwo) {
   EXPECT_EQ(qtest::CountPrefix(DriverCallsOf(s), "CheckFormulaLevel("), 0);
 }
 
-TEST_F(FormulaCheck, TypeNineWithoutColourantTableIsTwoWithoutAsking) {
+// Without a colourant table the formula cannot be put in codes: the level
+// cannot be judged, and a level that cannot be judged is not "enough".
+TEST_F(FormulaCheck, TypeNineWithoutColourantTableIsZeroWithoutAsking) {
   AddDispenser("T7R");
   AddTanks({TankOf(1, 10, 100.0, 10.0, 200.0)});
   slave s(1);
-  Sim(s)->SetSetting("formula_level", "0");
+  Sim(s)->SetSetting("formula_level", "2");
   Sim(s)->ClearHistory();
   Zu_IntArray low;
-  EXPECT_EQ(Check(s, "(10:5.000)", &low), 2);
+  EXPECT_EQ(Check(s, "(10:5.000)", &low), 0);
   EXPECT_EQ(qtest::CountPrefix(DriverCallsOf(s), "CheckFormulaLevel("), 0);
 }
 

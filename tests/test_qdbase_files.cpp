@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <string>
+#include <vector>
 
 #include "host/qdbase.h"
 #include "test_support.h"
@@ -70,6 +71,20 @@ class QdbaseFilesTest : public ::testing::Test {
 
   TempDir dir;
   std::string good;
+  // Opens t.dbf, which must open; answers the trace and the ids read in
+  // record order.
+  std::string OpenAndList(std::vector<long>* ids) {
+    TraceCapture trace;
+    Qdbase db;
+    EXPECT_EQ(1, db.SetFiles(dir.path().c_str(), "t", 0, nullptr, nullptr));
+    EXPECT_EQ(1, db.Open());
+    for (int ok = db.Top(); ok; ok = db.Next()) {
+      long id = 0;
+      EXPECT_EQ(1, db.ReadLong("ID", &id));
+      ids->push_back(id);
+    }
+    return trace.text();
+  }
 };
 
 TEST_F(QdbaseFilesTest, TheGoodFileOpens) {
@@ -89,10 +104,6 @@ TEST_F(QdbaseFilesTest, EmptyFile) {
   ExpectOpenFails("empty");
 }
 
-TEST_F(QdbaseFilesTest, TruncatedRecordsAreRefused) {
-  WriteFile(File(), good.substr(0, kHeader + 2 * kRecord + 5));
-  ExpectOpenFails("truncated");
-}
 
 TEST_F(QdbaseFilesTest, FileWithoutEndMarkOpens) {
   WriteFile(File(), good.substr(0, kHeader + 3 * kRecord));
@@ -109,9 +120,37 @@ TEST_F(QdbaseFilesTest, TruncatedHeaderIsRefused) {
   ExpectOpenFails("truncated");
 }
 
-TEST_F(QdbaseFilesTest, RecordCountBeyondTheFileIsRefused) {
+// A header whose count disagrees with the file's length: the smaller of
+// the two is read, and the disagreement is traced, never passed over.
+TEST_F(QdbaseFilesTest, TruncatedRecordsAreReadUpToTheLastWholeOne) {
+  WriteFile(File(), good.substr(0, kHeader + 2 * kRecord + 5));
+  std::vector<long> ids;
+  const std::string text = OpenAndList(&ids);
+  EXPECT_EQ((std::vector<long>{1, 2}), ids);
+  EXPECT_NE(std::string::npos,
+            text.find(File() + ": the header counts 3 records, the file holds 2: the first 2 "
+                               "are read"))
+      << text;
+}
+
+TEST_F(QdbaseFilesTest, RecordCountBeyondTheFileReadsWhatTheFileHolds) {
   Patch(4, std::string("\xff\xff\xff\x7f", 4));
-  ExpectOpenFails("truncated");
+  std::vector<long> ids;
+  const std::string text = OpenAndList(&ids);
+  EXPECT_EQ((std::vector<long>{1, 2, 3}), ids);
+  EXPECT_NE(std::string::npos, text.find("the header counts 2147483647 records, the file holds 3"))
+      << text;
+}
+
+TEST_F(QdbaseFilesTest, HeaderCountingOneRecordLessIsTraced) {
+  Patch(4, std::string("\x02\x00\x00\x00", 4));
+  std::vector<long> ids;
+  const std::string text = OpenAndList(&ids);
+  EXPECT_EQ((std::vector<long>{1, 2}), ids);
+  EXPECT_NE(std::string::npos,
+            text.find(File() + ": the header counts 2 records, the file holds 3: the first 2 "
+                               "are read"))
+      << text;
 }
 
 TEST_F(QdbaseFilesTest, BadVersionByte) {

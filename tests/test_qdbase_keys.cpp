@@ -81,11 +81,20 @@ TEST(QdbaseKeys, TextComparisonPadsWithBlanks) {
   EXPECT_GT(qdb::CompareTexts("ab", "ab\x01"), 0);  // the padding is a blank
 }
 
+// VAL of a number is the number: a dispenser id keys alike whether a table
+// stores it as digits in a text (C) or as a number (N).
+TEST(QdbaseKeys, ValOfANumberIsTheNumber) {
+  KeyValue v = Eval("VAL(TANK)");
+  EXPECT_FALSE(v.isText);
+  EXPECT_EQ(Eval("TANK").number, v.number);
+  EXPECT_EQ(Eval("TANK").number * 1001, Eval("VAL(TANK)*1000+TANK").number);
+}
+
 TEST(QdbaseKeys, ErrorsNameTheProblem) {
   EXPECT_NE(std::string::npos, Error("NOSUCH").find("unknown field NOSUCH"));
   EXPECT_NE(std::string::npos, Error("DISP_ID*2").find("'*'"));
   EXPECT_NE(std::string::npos, Error("TANK+DISP_ID").find("'+'"));
-  EXPECT_NE(std::string::npos, Error("VAL(TANK)").find("VAL"));
+  EXPECT_NE(std::string::npos, Error("VAL(TANK,2)").find("')'"));
   EXPECT_NE(std::string::npos, Error("STR(DISP_ID,5)").find("STR"));
   EXPECT_NE(std::string::npos, Error("STR(TANK,256)").find("STR"));
   EXPECT_NE(std::string::npos, Error("STR(TANK,5,6)").find("STR"));

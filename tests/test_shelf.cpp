@@ -551,9 +551,17 @@ TEST_F(ColorantCodes, CodeThatFitsWithItsTerminatorExactly) {
   EXPECT_STREQ(code, "OXIDE1");
 }
 
-TEST_F(ColorantCodes, CodeTooLongForTheBufferIsRefusedNotCut) {
-  char code[16] = "x";
-  EXPECT_EQ(_slv_GetColorantCode(1, 3, code, 6), 0);
+// The host's buffer gets the code's leading characters that fit, with the
+// terminator: never a byte past it.
+TEST_F(ColorantCodes, CodeLongerThanTheBufferGivesItsLeadingCharacters) {
+  char code[16];
+  memset(code, 'x', sizeof code);
+  EXPECT_EQ(_slv_GetColorantCode(1, 3, code, 6), 1);
+  EXPECT_STREQ(code, "OXIDE");
+  EXPECT_EQ(code[6], 'x');
+  EXPECT_EQ(_slv_GetColorantCode(1, 1, code, 3), 1);
+  EXPECT_STREQ(code, "RE");
+  EXPECT_EQ(_slv_GetColorantCode(1, 1, code, 1), 1);
   EXPECT_STREQ(code, "");
 }
 

@@ -1,5 +1,7 @@
 #include "key_expression.h"
 
+#include "field_codec.h"
+
 #include <ctype.h>
 #include <math.h>
 #include <stdio.h>
@@ -14,6 +16,7 @@ struct KeyExpression::Node {
   bool isText = false;
   double number = 0.0;   // kNumber
   int offset = 0;        // kField
+  char type = 'C';       // kField: the field's type letter
   int width = 0;         // kField; kStr: result width
   int decimals = 0;      // kStr
   std::unique_ptr<Node> left, right;  // operands (kVal/kStr: left only)
@@ -168,11 +171,10 @@ class Parser {
         if (strcasecmp(name.c_str(), "VAL") == 0) {
           std::unique_ptr<Node> arg = Expr();
           if (!arg) return nullptr;
-          if (!arg->isText) {
-            Fail("VAL of a number");
-            return nullptr;
-          }
           if (!Expect(')')) return nullptr;
+          // A number is its own value: an id stored as a number or as
+          // digits keys alike.
+          if (!arg->isText) return arg;
           auto node = std::make_unique<Node>();
           node->kind = Node::kVal;
           node->left = std::move(arg);
@@ -207,7 +209,7 @@ class Parser {
       for (const KeyField& f : fields_) {
         if (strcasecmp(f.name.c_str(), name.c_str()) != 0) continue;
         char type = static_cast<char>(toupper(static_cast<unsigned char>(f.type)));
-        if (type != 'N' && type != 'F' && type != 'C' && type != 'D' && type != 'L') {
+        if (strchr("NFCDLIBY", type) == nullptr) {
           pos_ = start;
           Fail("field " + name + " has type " + std::string(1, f.type) +
                ", which a key cannot use");
@@ -215,7 +217,8 @@ class Parser {
         }
         auto node = std::make_unique<Node>();
         node->kind = Node::kField;
-        node->isText = !(type == 'N' || type == 'F');
+        node->isText = strchr("NFIBY", type) == nullptr;
+        node->type = type;
         node->offset = f.offset;
         node->width = f.width;
         return node;
@@ -234,6 +237,20 @@ class Parser {
   std::string error_;
 };
 
+// A number field's value: a text read as VAL reads it, or a Visual
+// FoxPro binary number.
+double FieldValue(const Node& n, const char* record) {
+  if (n.type == 'N' || n.type == 'F') {
+    return DbaseVal(record + n.offset, static_cast<size_t>(n.width));
+  }
+  DbfField f;
+  f.type = n.type;
+  f.offset = n.offset;
+  f.width = n.width;
+  FieldNumber number;
+  return DecodeNumber(DbfLayout(), f, record, &number) ? number.value : 0.0;
+}
+
 KeyValue Eval(const Node& n, const char* record) {
   KeyValue v;
   switch (n.kind) {
@@ -245,7 +262,7 @@ KeyValue Eval(const Node& n, const char* record) {
         v.isText = true;
         v.text.assign(record + n.offset, static_cast<size_t>(n.width));
       } else {
-        v.number = DbaseVal(record + n.offset, static_cast<size_t>(n.width));
+        v.number = FieldValue(n, record);
       }
       break;
     case Node::kVal: {

@@ -7,10 +7,12 @@
 //   factor := NUMBER | FIELD | VAL '(' expr ')'
 //           | STR '(' expr ',' NUMBER [ ',' NUMBER ] ')' | '(' expr ')'
 // Types are checked when the expression is compiled against a table's
-// fields: N and F fields are numbers; C, D and L fields are texts as stored
-// (M fields cannot be used). VAL takes a text and gives a number (dBase VAL:
-// leading blanks skipped, the longest number at the start, 0 when there is
-// none). STR(x,n[,d]) takes a number and gives it right-aligned in n
+// fields: N and F fields and Visual FoxPro's I, B and Y fields are
+// numbers; C, D and L fields are texts as stored (M fields cannot be used).
+// VAL takes a text and gives a number (dBase VAL: leading blanks skipped,
+// the longest number at the start, 0 when there is none); VAL of a number
+// is that number, so that an id keys alike whether a table stores it as
+// digits in a text or as a number. STR(x,n[,d]) takes a number and gives it right-aligned in n
 // characters with d decimals (default 0; halves rounded away from zero), or
 // n '*' when it does not fit, as dBase's STR. '+' adds two numbers or joins
 // two texts; '*' multiplies two numbers; any other mix is a type error.

@@ -1,11 +1,10 @@
-// Qdbase on dBase III files: file I/O through shapelib's DBF layer; header
-// checks, indexes, key expressions, navigation, packing and flush control
-// are ours.
+// Qdbase: opening, reading and navigating a table, and its writes. The
+// header and dialects are in dbf_header, numbers in field_codec, indexes in
+// record_index, packing and creating in table_pack, bookings in booking and
+// the journal with the lock in journal.
 #include "host/qdbase.h"
 
-#include <ctype.h>
 #include <errno.h>
-#include <fcntl.h>
 #include <limits.h>
 #include <math.h>
 #include <stdio.h>
@@ -13,72 +12,27 @@
 #include <string.h>
 #include <strings.h>
 #include <sys/stat.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
-#include <string>
-#include <vector>
 
-#include <shapefil.h>
-
+#include "field_codec.h"
 #include "host/qdsp32.h"
-#include "key_expression.h"
+#include "qdbase_impl.h"
+
+using qdb::DbfField;
+using qdb::FieldNumber;
 
 namespace {
 
 std::atomic<int> g_flushMode{1};
 std::atomic<int> g_readOnly{0};
+std::atomic<int> g_lockWaitMs{5000};
 
 constexpr int kMaxIndexes = 8;
-
-struct FieldDef {
-  std::string name;
-  char type;     // upper-case dBase type letter
-  int width;
-  int decimals;
-  int offset;    // in the raw record; the deletion flag is byte 0
-};
-
-struct Index {
-  std::string name;
-  std::string expr;
-  qdb::KeyExpression key;
-  std::vector<qdb::KeyValue> keys;  // keys[recno - 1]
-  std::vector<long> order;          // record numbers in key order
-  // reads[fi]: whether the key expression may read field fi. A field whose
-  // name does not occur in the expression's text cannot change the key, so
-  // writing it leaves the index alone.
-  std::vector<char> reads;
-};
-
-// What CheckHeader found in a file's header.
-struct HeaderInfo {
-  long records = 0;
-  int headerLength = 0;
-  int recordLength = 0;
-  std::vector<FieldDef> fields;
-};
-
-void ShapelibError(const char* message) {
-  TarvoTrace("\nQdbase: shapelib: %s", message != nullptr ? message : "");
-}
-
-SAHooks Hooks() {
-  SAHooks hooks;
-  SASetupDefaultHooks(&hooks);
-  hooks.Error = ShapelibError;
-  return hooks;
-}
-
-void StampToday(DBFHandle h) {
-  time_t now = time(nullptr);
-  struct tm tmv;
-  if (localtime_r(&now, &tmv) != nullptr) {
-    DBFSetLastModifiedDate(h, tmv.tm_year, tmv.tm_mon + 1, tmv.tm_mday);
-  }
-}
+// Records read at a time when a table is loaded.
+constexpr long kLoadChunkBytes = 64 * 1024;
 
 bool FileExists(const std::string& name) {
   struct stat st;
@@ -96,552 +50,451 @@ std::string Upper(std::string s) {
   return s;
 }
 
-std::string LowerName(const std::string& path, const std::string& base) {
-  return Join(path, base + ".dbf");
-}
-
-std::string UpperName(const std::string& path, const std::string& base) {
-  return Join(path, Upper(base) + ".DBF");
-}
-
 // The file the table lives in: base.dbf, else BASE.DBF when only that
 // exists.
 std::string Resolve(const std::string& path, const std::string& base) {
-  std::string lower = LowerName(path, base);
+  std::string lower = Join(path, base + ".dbf");
   if (FileExists(lower)) return lower;
-  std::string upper = UpperName(path, base);
+  std::string upper = Join(path, Upper(base) + ".DBF");
   if (FileExists(upper)) return upper;
   return lower;
 }
 
-unsigned ReadU16(const unsigned char* p) { return p[0] | (p[1] << 8); }
-unsigned long ReadU32(const unsigned char* p) {
-  return static_cast<unsigned long>(p[0]) | (static_cast<unsigned long>(p[1]) << 8) |
-         (static_cast<unsigned long>(p[2]) << 16) | (static_cast<unsigned long>(p[3]) << 24);
+// The directory of a file, as one name for every way of writing it: the
+// tables of one directory share one journal and one lock in a process.
+std::string DirectoryOf(const std::string& file) {
+  const size_t slash = file.rfind('/');
+  std::string dir = slash == std::string::npos ? "." : slash == 0 ? "/" : file.substr(0, slash);
+  char resolved[PATH_MAX];
+  if (realpath(dir.c_str(), resolved) != nullptr) dir = resolved;
+  return dir;
 }
 
-// Checks a file's header on its own, before shapelib sees it (shapelib
-// trusts the header). Refuses empty and truncated files and every header
-// that does not describe a dBase III table consistently.
-bool CheckHeader(const std::string& file, long long size, HeaderInfo* info, std::string* why) {
-  if (size == 0) {
-    *why = "the file is empty";
-    return false;
-  }
-  if (size < 32) {
-    *why = "truncated: " + std::to_string(size) + " bytes, shorter than a dBase header";
-    return false;
-  }
-  FILE* f = fopen(file.c_str(), "rb");
-  if (f == nullptr) {
-    *why = std::string("cannot be read: ") + strerror(errno);
-    return false;
-  }
-  unsigned char head[32];
-  bool ok = fread(head, 1, sizeof head, f) == sizeof head;
-  if (!ok) {
-    fclose(f);
-    *why = "cannot read the header";
-    return false;
-  }
-  if ((head[0] & 0x07) != 0x03) {
-    fclose(f);
-    char buf[96];
-    snprintf(buf, sizeof buf, "corrupt header: version byte 0x%02X is not dBase III", head[0]);
-    *why = buf;
-    return false;
-  }
-  unsigned long records = ReadU32(head + 4);
-  int headerLength = static_cast<int>(ReadU16(head + 8));
-  int recordLength = static_cast<int>(ReadU16(head + 10));
-  if (headerLength < 32 + 32 + 1) {
-    fclose(f);
-    *why = "corrupt header: header length " + std::to_string(headerLength) +
-           " leaves no room for a field";
-    return false;
-  }
-  if (headerLength > size) {
-    fclose(f);
-    *why = "truncated: header length " + std::to_string(headerLength) + " but the file has " +
-           std::to_string(size) + " bytes";
-    return false;
-  }
-  if (recordLength < 2) {
-    fclose(f);
-    *why = "corrupt header: record length " + std::to_string(recordLength);
-    return false;
-  }
-  std::vector<unsigned char> desc(static_cast<size_t>(headerLength) - 32);
-  ok = fread(desc.data(), 1, desc.size(), f) == desc.size();
-  fclose(f);
-  if (!ok) {
-    *why = "cannot read the field descriptors";
-    return false;
-  }
-  std::vector<FieldDef> fields;
-  size_t at = 0;
-  bool terminated = false;
-  int sum = 1;
-  while (at < desc.size()) {
-    if (desc[at] == 0x0D) {
-      terminated = true;
-      break;
-    }
-    if (at + 32 > desc.size()) break;
-    const unsigned char* d = desc.data() + at;
-    int n = static_cast<int>(fields.size()) + 1;
-    FieldDef fd;
-    size_t len = 0;
-    while (len < 11 && d[len] != 0) ++len;
-    if (len == 0 || len > 10) {
-      *why = "corrupt header: field descriptor " + std::to_string(n) + " has no valid name";
-      return false;
-    }
-    for (size_t i = 0; i < len; ++i) {
-      if (d[i] <= ' ' || d[i] >= 0x7F) {
-        *why = "corrupt header: field descriptor " + std::to_string(n) + " has no valid name";
-        return false;
-      }
-    }
-    fd.name.assign(reinterpret_cast<const char*>(d), len);
-    fd.type = static_cast<char>(toupper(d[11]));
-    if (strchr("CNFLDM", fd.type) == nullptr || fd.type == '\0') {
-      *why = "corrupt header: field " + fd.name + " has unknown type 0x" +
-             std::to_string(static_cast<int>(d[11]));
-      return false;
-    }
-    fd.width = d[16];
-    fd.decimals = (fd.type == 'N' || fd.type == 'F') ? d[17] : 0;
-    if (fd.width < 1) {
-      *why = "corrupt header: field " + fd.name + " has width 0";
-      return false;
-    }
-    if (fd.decimals >= fd.width && fd.decimals > 0) {
-      *why = "corrupt header: field " + fd.name + " has " + std::to_string(fd.decimals) +
-             " decimals in width " + std::to_string(fd.width);
-      return false;
-    }
-    fd.offset = sum;
-    sum += fd.width;
-    fields.push_back(fd);
-    at += 32;
-  }
-  if (!terminated) {
-    *why = "corrupt header: the field descriptors have no terminator";
-    return false;
-  }
-  if (fields.empty()) {
-    *why = "corrupt header: no fields";
-    return false;
-  }
-  // shapelib counts (header length - 32) / 32 descriptors: a header with
-  // more room than that is not one it reads correctly.
-  if (static_cast<size_t>(headerLength - 32) / 32 != fields.size()) {
-    *why = "corrupt header: header length " + std::to_string(headerLength) + " does not match " +
-           std::to_string(fields.size()) + " fields";
-    return false;
-  }
-  if (sum != recordLength) {
-    *why = "corrupt header: record length " + std::to_string(recordLength) +
-           " but the fields add up to " + std::to_string(sum);
-    return false;
-  }
-  long long need = static_cast<long long>(headerLength) +
-                   static_cast<long long>(records) * recordLength;
-  if (records > 0x7FFFFFFFUL || need > size) {
-    *why = "truncated: the header claims " + std::to_string(records) + " records of " +
-           std::to_string(recordLength) + " bytes (" + std::to_string(need) +
-           " bytes), the file has " + std::to_string(size);
-    return false;
-  }
-  info->records = static_cast<long>(records);
-  info->headerLength = headerLength;
-  info->recordLength = recordLength;
-  info->fields = std::move(fields);
-  return true;
+std::string NameOf(const std::string& file) {
+  const size_t slash = file.rfind('/');
+  return slash == std::string::npos ? file : file.substr(slash + 1);
 }
 
 bool IsBlank(char c) { return c == ' ' || c == '\0'; }
 
-// A number as dBase stores it: blanks around it allowed, optional sign,
-// digits with an optional decimal point. An all-blank text reads 0.
-// *integral tells whether the text had no decimal point.
-bool ParseNumber(const char* s, size_t len, std::string* text, bool* integral) {
-  size_t b = 0, e = len;
-  while (b < e && (IsBlank(s[b]) || s[b] == '\t')) ++b;
-  while (e > b && (IsBlank(s[e - 1]) || s[e - 1] == '\t')) --e;
-  *integral = true;
-  if (b == e) {
-    *text = "0";
+// The text a field holds, as ReadString gives it: stored bytes for texts,
+// dates, logicals and numbers written as text; the number's text for binary
+// numbers; nothing for a NULL field. False for memo, general, picture,
+// datetime and null-flags fields.
+bool FieldText(const qdb::DbfLayout& layout, const DbfField& f, const char* raw,
+               std::string* text) {
+  if (qdb::IsNull(layout, f, raw)) {
+    text->clear();
     return true;
   }
-  size_t i = b;
-  if (s[i] == '+' || s[i] == '-') ++i;
-  bool digits = false;
-  while (i < e && isdigit(static_cast<unsigned char>(s[i]))) {
-    ++i;
-    digits = true;
-  }
-  if (i < e && s[i] == '.') {
-    *integral = false;
-    ++i;
-    while (i < e && isdigit(static_cast<unsigned char>(s[i]))) {
-      ++i;
-      digits = true;
+  switch (f.type) {
+    case 'C': case 'D': case 'L': case 'N': case 'F':
+      text->assign(raw + f.offset, static_cast<size_t>(f.width));
+      return true;
+    case 'I': case 'B': case 'Y': {
+      FieldNumber number;
+      if (!qdb::DecodeNumber(layout, f, raw, &number)) return false;
+      if (number.integral && number.wholeExact) {
+        *text = std::to_string(number.whole);
+      } else {
+        char buf[64];
+        snprintf(buf, sizeof buf, "%.15g", number.value);
+        *text = buf;
+      }
+      return true;
     }
+    default:
+      return false;
   }
-  if (!digits || i != e) return false;
-  text->assign(s + b, e - b);
-  return true;
-}
-
-bool ParseDouble(const char* s, size_t len, double* value) {
-  std::string text;
-  bool integral;
-  if (!ParseNumber(s, len, &text, &integral)) return false;
-  double v = strtod(text.c_str(), nullptr);
-  if (!isfinite(v)) return false;
-  *value = v == 0.0 ? 0.0 : v;
-  return true;
-}
-
-// A number rounded half away from zero to the given decimals, in plain
-// notation; "" when it is not finite.
-std::string FormatFixed(double v, int decimals) {
-  if (!isfinite(v)) return std::string();
-  double p = pow(10.0, decimals);
-  if (fabs(v * p) < 4503599627370496.0) v = round(v * p) / p;
-  if (v == 0.0) v = 0.0;  // no negative zero
-  char buf[400];
-  int len = snprintf(buf, sizeof buf, "%.*f", decimals, v);
-  if (len < 0 || len >= static_cast<int>(sizeof buf)) return std::string();
-  std::string s(buf, static_cast<size_t>(len));
-  // "-0.000" after rounding: drop the sign.
-  if (s[0] == '-' && s.find_first_not_of("-0.") == std::string::npos) s.erase(0, 1);
-  return s;
-}
-
-// The shortest plain text that reads back as v (at most 15 decimals).
-std::string FormatShortest(double v) {
-  if (!isfinite(v)) return std::string();
-  for (int d = 0; d <= 15; ++d) {
-    std::string s = FormatFixed(v, d);
-    if (s.empty()) return s;
-    if (strtod(s.c_str(), nullptr) == v) return s;
-  }
-  return FormatFixed(v, 15);
-}
-
-std::string RightAlign(const std::string& s, int width) {
-  if (static_cast<int>(s.size()) >= width) return s;
-  return std::string(static_cast<size_t>(width) - s.size(), ' ') + s;
 }
 
 }  // namespace
 
-struct Qdbase::Impl {
-  // Bound by SetFiles.
-  bool bound = false;
-  std::string path, base, fileName;
-  std::vector<std::string> idxNames, idxExprs;
-  int selected = 0;
+namespace qdb {
 
-  // Open state.
-  DBFHandle h = nullptr;
-  std::string openFile;
-  bool readOnly = false;
-  bool dirty = false;
-  std::vector<FieldDef> fields;
-  int recordLength = 0;
-  long records = 0;
-  std::vector<char> deleted;  // deleted[recno - 1]
-  std::vector<Index> indexes;
-  long cur = 0;  // 0: at the end / no current record
-  bool eof = true;
-  bool bof = true;
+int LockWaitMs() { return g_lockWaitMs.load(); }
 
-  // --- fields -----------------------------------------------------------
-  int FindField(const char* name) const {
-    if (h == nullptr || name == nullptr) return -1;
-    // Names equal ignoring case have first bytes equal once bit 0x20 is
-    // cleared; most fields are passed over on that byte alone.
-    const unsigned char first = static_cast<unsigned char>(name[0]) & 0xDF;
-    for (size_t i = 0; i < fields.size(); ++i) {
-      if ((static_cast<unsigned char>(fields[i].name[0]) & 0xDF) != first) continue;
-      if (strcasecmp(fields[i].name.c_str(), name) == 0) return static_cast<int>(i);
+void TraceTable(const std::string& file, const std::string& text) {
+  TarvoTrace("\nQdbase: %s: %s", file.c_str(), text.c_str());
+}
+
+}  // namespace qdb
+
+// --- Impl: fields and records ----------------------------------------------
+
+int Qdbase::Impl::FindField(const char* name) const {
+  if (!IsOpen() || name == nullptr) return -1;
+  const size_t len = strnlen(name, sizeof hits[0].text);
+  const bool cacheable = len < sizeof hits[0].text;
+  if (cacheable) {
+    for (const FieldHit& hit : hits) {
+      if (hit.name == name && memcmp(hit.text, name, len + 1) == 0) return hit.index;
     }
-    return -1;
   }
-
-  const char* Raw() {
-    if (h == nullptr || cur < 1 || cur > records) return nullptr;
-    return DBFReadTuple(h, static_cast<int>(cur - 1));
-  }
-
-  // --- ordering ---------------------------------------------------------
-  size_t Count() const { return static_cast<size_t>(records); }
-
-  long At(size_t pos) const {
-    if (selected == 0) return static_cast<long>(pos) + 1;
-    return indexes[static_cast<size_t>(selected - 1)].order[pos];
-  }
-
-  static bool Less(const Index& ix, long a, long b) {
-    int c = qdb::CompareKeys(ix.keys[static_cast<size_t>(a - 1)],
-                             ix.keys[static_cast<size_t>(b - 1)]);
-    return c < 0 || (c == 0 && a < b);
-  }
-
-  static size_t PosIn(const Index& ix, long rec) {
-    auto it = std::lower_bound(ix.order.begin(), ix.order.end(), rec,
-                               [&ix](long a, long b) { return Less(ix, a, b); });
-    if (it != ix.order.end() && *it == rec) return static_cast<size_t>(it - ix.order.begin());
-    auto found = std::find(ix.order.begin(), ix.order.end(), rec);
-    return static_cast<size_t>(found - ix.order.begin());
-  }
-
-  size_t PosOf(long rec) const {
-    if (selected == 0) return static_cast<size_t>(rec - 1);
-    return PosIn(indexes[static_cast<size_t>(selected - 1)], rec);
-  }
-
-  bool Live(size_t pos) const { return !deleted[static_cast<size_t>(At(pos) - 1)]; }
-
-  // First live position at or after pos, Count() when none.
-  size_t Forward(size_t pos) const {
-    while (pos < Count() && !Live(pos)) ++pos;
-    return pos;
-  }
-
-  // Last live position at or before pos; false when none.
-  bool Backward(size_t pos, size_t* out) const {
-    for (size_t p = pos + 1; p-- > 0;) {
-      if (p < Count() && Live(p)) {
-        *out = p;
-        return true;
-      }
+  int found = -1;
+  // Names equal ignoring case have first bytes equal once bit 0x20 is
+  // cleared; most fields are passed over on that byte alone.
+  const unsigned char first = static_cast<unsigned char>(name[0]) & 0xDF;
+  for (size_t i = 0; i < layout.fields.size(); ++i) {
+    const std::string& candidate = layout.fields[i].name;
+    if ((static_cast<unsigned char>(candidate[0]) & 0xDF) != first) continue;
+    if (strcasecmp(candidate.c_str(), name) == 0) {
+      found = static_cast<int>(i);
+      break;
     }
+  }
+  if (cacheable) {
+    FieldHit& hit = hits[nextHit];
+    nextHit = (nextHit + 1) % static_cast<int>(sizeof hits / sizeof hits[0]);
+    hit.name = name;
+    memcpy(hit.text, name, len + 1);
+    hit.index = found;
+  }
+  return found;
+}
+
+void Qdbase::Impl::IoFailure(const char* what, long rec) {
+  ++ioErrors;
+  qdb::TraceTable(openFile, std::string("cannot ") + what + " record " + std::to_string(rec) +
+                                " (" + file.Error() + ")");
+}
+
+bool Qdbase::Impl::ReadRecord(long rec, std::string* out) {
+  out->resize(static_cast<size_t>(layout.recordLength));
+  if (file.ReadAt(&(*out)[0], out->size(), qdb::RecordOffset(layout, rec))) return true;
+  IoFailure("read", rec);
+  return false;
+}
+
+qdb::StagedRecord* Qdbase::Impl::Stage(long rec) {
+  auto it = booking->records.find(rec);
+  if (it != booking->records.end()) return &it->second;
+  qdb::StagedRecord staged;
+  if (!ReadRecord(rec, &staged.image)) return nullptr;
+  staged.before = staged.image;
+  staged.low = layout.recordLength;
+  staged.high = 0;
+  return &booking->records.emplace(rec, std::move(staged)).first->second;
+}
+
+const char* Qdbase::Impl::Raw() {
+  if (!IsOpen() || cur < 1 || cur > records) return nullptr;
+  if (booking != nullptr) {
+    qdb::StagedRecord* staged = Stage(cur);
+    return staged != nullptr ? staged->image.data() : nullptr;
+  }
+  if (imageRec == cur) return image.data();
+  if (!ReadRecord(cur, &image)) {
+    imageRec = 0;
+    return nullptr;
+  }
+  imageRec = cur;
+  return image.data();
+}
+
+// --- Impl: opening and reading again --------------------------------------
+
+bool Qdbase::Impl::Load(std::string* why) {
+  qdb::FileIdentity id;
+  if (!file.Identity(&id)) {
+    *why = file.Error();
     return false;
   }
-
-  void SetEnd() {
-    cur = 0;
-    eof = true;
+  qdb::DbfLayout fresh;
+  if (!qdb::ReadLayout(file, id.size, &fresh, why)) return false;
+  const long inFile = qdb::RecordsInFile(fresh, id.size);
+  const long count = std::min(fresh.headerRecords, inFile);
+  if (fresh.headerRecords != inFile) {
+    qdb::TraceTable(openFile, "the header counts " + std::to_string(fresh.headerRecords) +
+                                  " records, the file holds " + std::to_string(inFile) +
+                                  ": the first " + std::to_string(count) + " are read");
   }
 
-  void SetCurrent(long rec) {
-    cur = rec;
-    eof = false;
-    bof = false;
-  }
-
-  // --- indexes ----------------------------------------------------------
-  bool LoadAll(std::string* why) {
-    deleted.assign(Count(), 0);
-    for (Index& ix : indexes) {
-      ix.keys.assign(Count(), qdb::KeyValue());
-      ix.order.clear();
-    }
-    for (long r = 1; r <= records; ++r) {
-      const char* raw = DBFReadTuple(h, static_cast<int>(r - 1));
-      if (raw == nullptr) {
-        *why = "cannot read record " + std::to_string(r);
-        return false;
-      }
-      deleted[static_cast<size_t>(r - 1)] = raw[0] == '*';
-      for (Index& ix : indexes) ix.keys[static_cast<size_t>(r - 1)] = ix.key.Evaluate(raw);
-    }
-    for (Index& ix : indexes) {
-      ix.order.resize(Count());
-      for (long r = 1; r <= records; ++r) ix.order[static_cast<size_t>(r - 1)] = r;
-      std::sort(ix.order.begin(), ix.order.end(),
-                [&ix](long a, long b) { return Less(ix, a, b); });
-    }
-    return true;
-  }
-
-  // Recomputes the keys of record rec (raw is its record) and moves it in
-  // every index whose key changed.
-  void Rekey(long rec, const char* raw, int fi) {
-    for (Index& ix : indexes) {
-      if (!ix.reads[static_cast<size_t>(fi)]) continue;
-      qdb::KeyValue key = ix.key.Evaluate(raw);
-      qdb::KeyValue& old = ix.keys[static_cast<size_t>(rec - 1)];
-      if (qdb::CompareKeys(key, old) == 0 && key.text == old.text) continue;
-      size_t pos = PosIn(ix, rec);
-      if (pos < ix.order.size()) ix.order.erase(ix.order.begin() + static_cast<long>(pos));
-      old = key;
-      auto it = std::lower_bound(ix.order.begin(), ix.order.end(), rec,
-                                 [&ix](long a, long b) { return Less(ix, a, b); });
-      ix.order.insert(it, rec);
-    }
-  }
-
-  // --- writing ----------------------------------------------------------
-  bool Writable() const { return h != nullptr && !readOnly && cur >= 1 && cur <= records; }
-
-  // Claims room on disk for one more record and the end-of-file mark after
-  // it. shapelib's buffered writes do not report a disk without room, and a
-  // header that counts a record the file lacks makes the table unreadable,
-  // so the bytes are written blank here, where a failure is seen, before
-  // shapelib writes the record and the header counts it. A failure puts
-  // back the bytes it overwrote and the old length.
-  bool ReserveRecord() const {
-    const off_t at = static_cast<off_t>(h->nHeaderLength) +
-                     static_cast<off_t>(records) * static_cast<off_t>(recordLength);
-    int fd = open(openFile.c_str(), O_WRONLY);
-    if (fd < 0) return false;
-    struct stat st;
-    if (fstat(fd, &st) != 0) {
-      close(fd);
+  std::vector<qdb::RecordIndex> fresher(idxExprs.size());
+  for (size_t i = 0; i < idxExprs.size(); ++i) {
+    qdb::RecordIndex& ix = fresher[i];
+    ix.name = idxNames[i];
+    ix.expr = idxExprs[i];
+    std::string error;
+    if (!ix.Compile(fresh, &error)) {
+      *why = "index " + std::to_string(i + 1) + " (" + ix.name + ") key expression \"" +
+             ix.expr + "\" cannot be evaluated: " + error;
       return false;
     }
-    std::string blank(static_cast<size_t>(recordLength), ' ');
-    blank.push_back('\x1A');
-    // What the blank record overwrites inside the old length (the mark).
-    std::string old;
-    if (st.st_size > at) {
-      old.resize(static_cast<size_t>(std::min<off_t>(st.st_size - at, blank.size())));
-      int rfd = open(openFile.c_str(), O_RDONLY);
-      bool read = rfd >= 0 && pread(rfd, &old[0], old.size(), at) == static_cast<ssize_t>(old.size());
-      if (rfd >= 0) close(rfd);
-      if (!read) {
-        close(fd);
-        return false;
-      }
-    }
-    size_t done = 0;
-    errno = 0;
-    while (done < blank.size()) {
-      ssize_t n = pwrite(fd, blank.data() + done, blank.size() - done, at + static_cast<off_t>(done));
-      if (n < 0 && errno == EINTR) continue;
-      if (n <= 0) break;
-      done += static_cast<size_t>(n);
-    }
-    const bool ok = done == blank.size();
-    const int err = ok ? 0 : (errno != 0 ? errno : ENOSPC);
-    if (!ok) {
-      if (!old.empty() && pwrite(fd, old.data(), old.size(), at) != static_cast<ssize_t>(old.size())) {
-        TarvoTrace("\nQdbase: %s: cannot restore its end after a refused append", openFile.c_str());
-      }
-      if (ftruncate(fd, st.st_size) != 0) {
-        TarvoTrace("\nQdbase: %s: cannot restore its length after a refused append",
-                   openFile.c_str());
-      }
-    }
-    close(fd);
-    if (!ok) errno = err;
-    return ok;
+    ix.Reset(count);
   }
-
-  void AfterChange() {
-    dirty = true;
-    if (g_flushMode.load() != 0) {
-      DBFUpdateHeader(h);  // writes the record and the header, then fflush
-      dirty = false;
+  std::vector<char> gone(static_cast<size_t>(count), 0);
+  const long perChunk = std::max<long>(1, kLoadChunkBytes / fresh.recordLength);
+  std::string chunk;
+  for (long first = 1; first <= count; first += perChunk) {
+    const long n = std::min(perChunk, count - first + 1);
+    chunk.resize(static_cast<size_t>(n) * static_cast<size_t>(fresh.recordLength));
+    if (!file.ReadAt(&chunk[0], chunk.size(), qdb::RecordOffset(fresh, first))) {
+      *why = "cannot read record " + std::to_string(first) + " (" + file.Error() + ")";
+      ++ioErrors;
+      return false;
+    }
+    for (long k = 0; k < n; ++k) {
+      const char* raw = chunk.data() + static_cast<size_t>(k) * fresh.recordLength;
+      gone[static_cast<size_t>(first + k - 1)] = raw[0] == '*';
+      for (qdb::RecordIndex& ix : fresher) ix.SetKey(first + k, raw);
     }
   }
+  for (qdb::RecordIndex& ix : fresher) ix.Sort();
 
-  // Stores text (at most the field's width; padded with blanks) in field
-  // fi of the current record.
-  int Store(int fi, const std::string& text) {
-    const FieldDef& f = fields[static_cast<size_t>(fi)];
-    if (!Writable() || static_cast<int>(text.size()) > f.width) return 0;
-    std::string value = text;
-    value.resize(static_cast<size_t>(f.width), ' ');
-    if (!DBFWriteAttributeDirectly(h, static_cast<int>(cur - 1), fi, &value[0])) return 0;
-    const char* raw = DBFReadTuple(h, static_cast<int>(cur - 1));
-    if (raw != nullptr) Rekey(cur, raw, fi);
-    AfterChange();
+  layout = std::move(fresh);
+  records = count;
+  deleted = std::move(gone);
+  indexes = std::move(fresher);
+  for (FieldHit& hit : hits) hit = FieldHit();
+  seen = id;
+  imageRec = 0;
+  ++generation;
+  if (cur > records) SetEnd();
+  return true;
+}
+
+bool Qdbase::Impl::OpenFile(std::string* why) {
+  fileName = Resolve(path, base);
+  struct stat st;
+  if (stat(fileName.c_str(), &st) != 0) {
+    *why = std::string("file missing (") + strerror(errno) + ")";
+    return false;
+  }
+  if (!S_ISREG(st.st_mode)) {
+    *why = "not a regular file";
+    return false;
+  }
+  readOnly = g_readOnly.load() != 0 || access(fileName.c_str(), W_OK) != 0 ||
+             (st.st_mode & 0222) == 0;
+  if (!file.Open(fileName, readOnly)) {
+    if (readOnly || !file.Open(fileName, true)) {
+      *why = file.Error();
+      return false;
+    }
+    readOnly = true;
+  }
+  openFile = fileName;
+  fileBase = NameOf(fileName);
+  journal = qdb::Journal::Acquire(DirectoryOf(fileName));
+  seenChanges = journal->ChangeCount();
+  if (!Load(why)) {
+    CloseFile();
+    return false;
+  }
+  return true;
+}
+
+void Qdbase::Impl::CloseFile() {
+  if (booking != nullptr) qdb::LeaveBooking(this);
+  file.Close();
+  qdb::Journal::Release(journal);
+  journal = nullptr;
+  layout = qdb::DbfLayout();
+  indexes.clear();
+  deleted.clear();
+  records = 0;
+  cur = 0;
+  eof = true;
+  bof = true;
+  readOnly = false;
+  imageRec = 0;
+  openFile.clear();
+  fileBase.clear();
+  for (FieldHit& hit : hits) hit = FieldHit();
+}
+
+bool Qdbase::Impl::Refresh() {
+  if (!IsOpen() || booking != nullptr) return true;
+  qdb::FileIdentity now;
+  if (!qdb::IdentityOfPath(openFile, &now)) return true;  // gone: keep what is open
+  const unsigned long long changes = journal->ChangeCount();
+  if (now == seen && changes == seenChanges) return true;
+  // Replaced (packed by another process): read the new file.
+  if (!now.SameFile(seen) && !file.Reopen(readOnly)) {
+    qdb::TraceTable(openFile, "cannot open it again (" + file.Error() + ")");
+    return false;
+  }
+  std::string why;
+  if (!Load(&why)) {
+    qdb::TraceTable(openFile, "cannot read it again: " + why);
+    return false;
+  }
+  seenChanges = changes;
+  return true;
+}
+
+void Qdbase::Impl::RememberFile() {
+  file.Identity(&seen);
+  seenChanges = journal->ChangeCount();
+}
+
+bool Qdbase::Impl::LockForWrite() {
+  std::string why;
+  if (!journal->Lock(qdb::LockWaitMs(), &why)) {
+    qdb::TraceTable(openFile, "write refused: " + why);
+    return false;
+  }
+  if (!Refresh()) {
+    journal->Unlock();
+    return false;
+  }
+  return true;
+}
+
+void Qdbase::Impl::UnlockForWrite() {
+  RememberFile();
+  journal->Unlock();
+}
+
+// --- Impl: writing ----------------------------------------------------------
+
+namespace {
+
+void Widen(qdb::StagedRecord* staged, int low, int high) {
+  staged->low = std::min(staged->low, low);
+  staged->high = std::max(staged->high, high);
+}
+
+// Whether storing bytes at `at` in record would leave field f as it is: the
+// same bytes, or for a number the same value (a number another tool wrote
+// in another layout, say left-aligned, is left alone when it is equal).
+bool Unchanged(const qdb::DbfLayout& layout, const DbfField& f, const std::string& record, int at,
+               const std::string& bytes, bool numeric) {
+  if (qdb::IsNull(layout, f, record.data())) return false;
+  if (record.compare(static_cast<size_t>(at), bytes.size(), bytes) == 0) return true;
+  if (!numeric) return false;
+  std::string changed = record;
+  changed.replace(static_cast<size_t>(at), bytes.size(), bytes);
+  FieldNumber before, after;
+  return qdb::DecodeNumber(layout, f, record.data(), &before) &&
+         qdb::DecodeNumber(layout, f, changed.data(), &after) && !before.blank &&
+         before.value == after.value && before.integral == after.integral;
+}
+
+// Clears field f's null bit in record; answers the byte it changed, or -1.
+int ClearNull(const qdb::DbfLayout& layout, const DbfField& f, char* record) {
+  if (!qdb::IsNull(layout, f, record)) return -1;
+  const int at = layout.fields[static_cast<size_t>(layout.nullFlagsField)].offset + f.nullBit / 8;
+  record[at] = static_cast<char>(record[at] & ~(1 << (f.nullBit % 8)));
+  return at;
+}
+
+}  // namespace
+
+int Qdbase::Impl::Store(int fi, const std::string& bytes, bool numeric) {
+  if (static_cast<int>(bytes.size()) != Field(fi).width) return 0;
+  return StoreAt(fi, 0, bytes, numeric);
+}
+
+int Qdbase::Impl::StoreAt(int fi, int pos, const std::string& bytes, bool numeric) {
+  if (!Writable() || pos < 0 || pos + static_cast<int>(bytes.size()) > Field(fi).width) return 0;
+  const std::string name = Field(fi).name;
+
+  if (booking != nullptr) {
+    const DbfField& f = Field(fi);
+    const int at = f.offset + pos;
+    const int end = at + static_cast<int>(bytes.size());
+    qdb::StagedRecord* staged = Stage(cur);
+    if (staged == nullptr) return 0;
+    std::string& rec = staged->image;
+    if (Unchanged(layout, f, rec, at, bytes, numeric)) return 1;
+    rec.replace(static_cast<size_t>(at), bytes.size(), bytes);
+    Widen(staged, at, end);
+    const int nullByte = ClearNull(layout, f, &rec[0]);
+    if (nullByte >= 0) Widen(staged, nullByte, nullByte + 1);
+    bool rekeyed = false;
+    for (qdb::RecordIndex& ix : indexes) {
+      if (ix.reads[static_cast<size_t>(fi)]) {
+        ix.Rekey(cur, rec.data());
+        rekeyed = true;
+      }
+    }
+    if (rekeyed) booking->structural = true;
     return 1;
   }
 
-  // The text a number takes in field fi, or "" when it does not fit or the
-  // field does not hold numbers. digits: the number's plain text.
-  bool NumberText(const FieldDef& f, const std::string& digits, std::string* out) const {
-    if (digits.empty()) return false;
-    if (static_cast<int>(digits.size()) > f.width) return false;
-    *out = RightAlign(digits, f.width);
-    return true;
+  if (!LockForWrite()) return 0;
+  // The table may have been read again under the lock.
+  if (fi >= static_cast<int>(layout.fields.size()) || Field(fi).name != name) {
+    UnlockForWrite();
+    return 0;
   }
-
-  int WriteNumber(const char* field, double v) {
-    int fi = FindField(field);
-    if (fi < 0 || !Writable() || !isfinite(v)) return 0;
-    const FieldDef& f = fields[static_cast<size_t>(fi)];
-    std::string text;
-    if (f.type == 'N' || f.type == 'F') {
-      if (!NumberText(f, FormatFixed(v, f.decimals), &text)) return 0;
-    } else if (f.type == 'C') {
-      if (!NumberText(f, FormatShortest(v), &text)) return 0;
+  const DbfField& f = Field(fi);
+  const int at = f.offset + pos;
+  int result = 0;
+  std::string rec;
+  if (Writable() && ReadRecord(cur, &rec)) {
+    if (Unchanged(layout, f, rec, at, bytes, numeric)) {
+      result = 1;
     } else {
-      return 0;
+      rec.replace(static_cast<size_t>(at), bytes.size(), bytes);
+      const int nullByte = ClearNull(layout, f, &rec[0]);
+      const long long base = qdb::RecordOffset(layout, cur);
+      bool ok = file.WriteAt(bytes.data(), bytes.size(), base + at);
+      if (ok && nullByte >= 0) ok = file.WriteAt(rec.data() + nullByte, 1, base + nullByte);
+      if (!ok) {
+        IoFailure("write", cur);
+        imageRec = 0;
+      } else {
+        image = rec;
+        imageRec = cur;
+        bool rekeyed = false;
+        for (qdb::RecordIndex& ix : indexes) {
+          if (ix.reads[static_cast<size_t>(fi)]) {
+            ix.Rekey(cur, rec.data());
+            rekeyed = true;
+          }
+        }
+        if (rekeyed) journal->CountChange();
+        result = 1;
+      }
     }
-    return Store(fi, text);
   }
+  UnlockForWrite();
+  return result;
+}
 
-  int WriteInteger(const char* field, long v) {
-    int fi = FindField(field);
-    if (fi < 0 || !Writable()) return 0;
-    const FieldDef& f = fields[static_cast<size_t>(fi)];
-    std::string digits = std::to_string(v);
-    std::string text;
-    if (f.type == 'N' || f.type == 'F') {
-      if (f.decimals > 0) digits += "." + std::string(static_cast<size_t>(f.decimals), '0');
-    } else if (f.type != 'C') {
-      return 0;
+// --- Impl: navigation --------------------------------------------------------
+
+long Qdbase::Impl::At(size_t pos) const {
+  if (selected == 0) return static_cast<long>(pos) + 1;
+  return indexes[static_cast<size_t>(selected - 1)].order[pos];
+}
+
+size_t Qdbase::Impl::PosOf(long rec) const {
+  if (selected == 0) return static_cast<size_t>(rec - 1);
+  return indexes[static_cast<size_t>(selected - 1)].PosOf(rec);
+}
+
+size_t Qdbase::Impl::Forward(size_t pos) const {
+  while (pos < Count() && !Live(pos)) ++pos;
+  return pos;
+}
+
+bool Qdbase::Impl::Backward(size_t pos, size_t* out) const {
+  for (size_t p = pos + 1; p-- > 0;) {
+    if (p < Count() && Live(p)) {
+      *out = p;
+      return true;
     }
-    if (!NumberText(f, digits, &text)) return 0;
-    return Store(fi, text);
   }
+  return false;
+}
 
-  // --- reading ----------------------------------------------------------
-  // The number in field `field` of the current record, as text.
-  bool NumberField(const char* field, std::string* text, bool* integral) {
-    int fi = FindField(field);
-    if (fi < 0) return false;
-    const FieldDef& f = fields[static_cast<size_t>(fi)];
-    if (f.type != 'N' && f.type != 'F' && f.type != 'C') return false;
-    const char* raw = Raw();
-    if (raw == nullptr) return false;
-    return ParseNumber(raw + f.offset, static_cast<size_t>(f.width), text, integral);
-  }
-
-  void CloseHandle() {
-    if (h != nullptr) DBFClose(h);
-    h = nullptr;
-    fields.clear();
-    indexes.clear();
-    deleted.clear();
-    records = 0;
-    recordLength = 0;
-    cur = 0;
-    eof = true;
-    bof = true;
-    dirty = false;
-    readOnly = false;
-    openFile.clear();
-  }
-
-  bool Flush() {
-    if (h == nullptr) return false;
-    if (dirty && !readOnly) DBFUpdateHeader(h);
-    dirty = false;
-    return true;
-  }
-};
+// --- Qdbase ---------------------------------------------------------------
 
 Qdbase::Qdbase() : impl_(new Impl) {}
 
 Qdbase::~Qdbase() {
-  if (impl_ != nullptr && impl_->h != nullptr) Close();
+  if (impl_ != nullptr && impl_->IsOpen()) Close();
   delete impl_;
 }
 
 int Qdbase::SetFiles(const char* path, const char* base, int nIdx, const char** names,
                      const char** keys) {
   if (path == nullptr || base == nullptr || *base == '\0') return 0;
-  if (impl_->h != nullptr) return 0;
+  if (impl_->IsOpen()) return 0;
   if (nIdx < 0 || nIdx > kMaxIndexes) return 0;
   if (nIdx > 0 && (names == nullptr || keys == nullptr)) return 0;
   for (int i = 0; i < nIdx; ++i) {
@@ -663,94 +516,14 @@ int Qdbase::SetFiles(const char* path, const char* base, int nIdx, const char** 
 
 int Qdbase::Open() {
   Impl& m = *impl_;
-  if (m.h != nullptr) return 1;
+  if (m.IsOpen()) return 1;
   if (!m.bound) {
     TarvoTrace("\nQdbase: Open without SetFiles");
     return 0;
   }
-  m.fileName = Resolve(m.path, m.base);
-  const std::string& file = m.fileName;
-  struct stat st;
-  if (stat(file.c_str(), &st) != 0) {
-    TarvoTrace("\nQdbase: cannot open %s: file missing (%s)", file.c_str(), strerror(errno));
-    return 0;
-  }
-  if (!S_ISREG(st.st_mode)) {
-    TarvoTrace("\nQdbase: cannot open %s: not a regular file", file.c_str());
-    return 0;
-  }
-  HeaderInfo info;
   std::string why;
-  if (!CheckHeader(file, static_cast<long long>(st.st_size), &info, &why)) {
-    TarvoTrace("\nQdbase: cannot open %s: %s", file.c_str(), why.c_str());
-    return 0;
-  }
-
-  bool readOnly = g_readOnly.load() != 0 || access(file.c_str(), W_OK) != 0 ||
-                  (st.st_mode & 0222) == 0;
-  SAHooks hooks = Hooks();
-  DBFHandle h = DBFOpenLL(file.c_str(), readOnly ? "rb" : "rb+", &hooks);
-  if (h == nullptr && !readOnly) {
-    readOnly = true;
-    h = DBFOpenLL(file.c_str(), "rb", &hooks);
-  }
-  if (h == nullptr) {
-    TarvoTrace("\nQdbase: cannot open %s: shapelib refuses it", file.c_str());
-    return 0;
-  }
-  // shapelib must see the table as we checked it.
-  bool agree = DBFGetFieldCount(h) == static_cast<int>(info.fields.size()) &&
-               DBFGetRecordCount(h) == info.records && h->nRecordLength == info.recordLength &&
-               h->nHeaderLength == info.headerLength;
-  for (size_t i = 0; agree && i < info.fields.size(); ++i) {
-    int width = 0, decimals = 0;
-    DBFGetFieldInfo(h, static_cast<int>(i), nullptr, &width, &decimals);
-    agree = width == info.fields[i].width && h->panFieldOffset[i] == info.fields[i].offset &&
-            toupper(static_cast<unsigned char>(DBFGetNativeFieldType(h, static_cast<int>(i)))) ==
-                info.fields[i].type;
-  }
-  if (!agree) {
-    DBFClose(h);
-    TarvoTrace("\nQdbase: cannot open %s: corrupt header (shapelib reads another layout)",
-               file.c_str());
-    return 0;
-  }
-  StampToday(h);
-
-  m.h = h;
-  m.openFile = file;
-  m.readOnly = readOnly;
-  m.dirty = false;
-  m.fields = info.fields;
-  m.recordLength = info.recordLength;
-  m.records = info.records;
-
-  std::vector<qdb::KeyField> keyFields;
-  for (const FieldDef& f : m.fields) keyFields.push_back({f.name, f.type, f.offset, f.width});
-  m.indexes.clear();
-  m.indexes.resize(m.idxExprs.size());
-  for (size_t i = 0; i < m.idxExprs.size(); ++i) {
-    Index& ix = m.indexes[i];
-    ix.name = m.idxNames[i];
-    ix.expr = m.idxExprs[i];
-    std::string error;
-    if (!ix.key.Compile(ix.expr, keyFields, &error)) {
-      TarvoTrace("\nQdbase: cannot open %s: index %d (%s) key expression \"%s\" cannot be "
-                 "evaluated: %s",
-                 file.c_str(), static_cast<int>(i) + 1, ix.name.c_str(), ix.expr.c_str(),
-                 error.c_str());
-      m.CloseHandle();
-      return 0;
-    }
-    const std::string expr = Upper(ix.expr);
-    ix.reads.assign(m.fields.size(), 0);
-    for (size_t f = 0; f < m.fields.size(); ++f) {
-      ix.reads[f] = expr.find(Upper(m.fields[f].name)) != std::string::npos;
-    }
-  }
-  if (!m.LoadAll(&why)) {
-    TarvoTrace("\nQdbase: cannot open %s: %s", file.c_str(), why.c_str());
-    m.CloseHandle();
+  if (!m.OpenFile(&why)) {
+    TarvoTrace("\nQdbase: cannot open %s: %s", m.fileName.c_str(), why.c_str());
     return 0;
   }
   Top();
@@ -758,12 +531,12 @@ int Qdbase::Open() {
 }
 
 int Qdbase::Close() {
-  if (impl_->h == nullptr) return 0;
-  impl_->CloseHandle();  // DBFClose writes the pending record and header
+  if (!impl_->IsOpen()) return 0;
+  impl_->CloseFile();
   return 1;
 }
 
-int Qdbase::IsOpen() const { return impl_->h != nullptr ? 1 : 0; }
+int Qdbase::IsOpen() const { return impl_->IsOpen() ? 1 : 0; }
 
 int Qdbase::SelectIdx(int idx) {
   if (idx < 0 || idx > static_cast<int>(impl_->idxExprs.size())) return 0;
@@ -775,7 +548,8 @@ int Qdbase::CurrentIdx() const { return impl_->selected; }
 
 int Qdbase::Top() {
   Impl& m = *impl_;
-  if (m.h == nullptr) return 0;
+  if (!m.IsOpen()) return 0;
+  m.Refresh();
   size_t p = m.Forward(0);
   if (p >= m.Count()) {
     m.SetEnd();
@@ -788,7 +562,8 @@ int Qdbase::Top() {
 
 int Qdbase::Bottom() {
   Impl& m = *impl_;
-  if (m.h == nullptr) return 0;
+  if (!m.IsOpen()) return 0;
+  m.Refresh();
   size_t p = 0;
   if (m.Count() == 0 || !m.Backward(m.Count() - 1, &p)) {
     m.SetEnd();
@@ -801,7 +576,7 @@ int Qdbase::Bottom() {
 
 int Qdbase::Next() {
   Impl& m = *impl_;
-  if (m.h == nullptr || m.cur == 0) return 0;
+  if (!m.IsOpen() || m.cur == 0) return 0;
   size_t p = m.Forward(m.PosOf(m.cur) + 1);
   m.bof = false;
   if (p >= m.Count()) {
@@ -814,7 +589,7 @@ int Qdbase::Next() {
 
 int Qdbase::Prev() {
   Impl& m = *impl_;
-  if (m.h == nullptr) return 0;
+  if (!m.IsOpen()) return 0;
   if (m.cur == 0) return Bottom();
   size_t pos = m.PosOf(m.cur);
   size_t p = 0;
@@ -834,29 +609,27 @@ int Qdbase::Bof() const { return impl_->bof ? 1 : 0; }
 
 int Qdbase::Seek(double key) {
   Impl& m = *impl_;
-  if (m.h == nullptr || m.selected == 0 || !isfinite(key)) return 0;
-  const Index& ix = m.indexes[static_cast<size_t>(m.selected - 1)];
-  size_t n = ix.order.size();
+  if (!m.IsOpen() || m.selected == 0 || !isfinite(key)) return 0;
+  m.Refresh();
+  const qdb::RecordIndex& ix = m.indexes[static_cast<size_t>(m.selected - 1)];
+  const size_t n = ix.order.size();
   if (!ix.key.IsText()) {
-    auto it = std::lower_bound(ix.order.begin(), ix.order.end(), key, [&ix](long r, double v) {
-      return ix.keys[static_cast<size_t>(r - 1)].number < v;
-    });
-    size_t p = m.Forward(static_cast<size_t>(it - ix.order.begin()));
+    const size_t p = m.Forward(ix.LowerBound(key));
     if (p >= n) {
       m.SetEnd();
       m.bof = false;
       return 0;
     }
     m.SetCurrent(ix.order[p]);
-    return ix.keys[static_cast<size_t>(ix.order[p] - 1)].number == key ? 1 : 0;
+    return ix.KeyOf(ix.order[p]).number == key ? 1 : 0;
   }
   // A text key compared as a number: the first record (in key order) whose
   // key reads as the value, else the first that reads above it.
   size_t above = n;
   for (size_t p = 0; p < n; ++p) {
     if (!m.Live(p)) continue;
-    const std::string& t = ix.keys[static_cast<size_t>(ix.order[p] - 1)].text;
-    double v = qdb::DbaseVal(t.data(), t.size());
+    const std::string& t = ix.KeyOf(ix.order[p]).text;
+    const double v = qdb::DbaseVal(t.data(), t.size());
     if (v == key) {
       m.SetCurrent(ix.order[p]);
       return 1;
@@ -874,344 +647,319 @@ int Qdbase::Seek(double key) {
 
 int Qdbase::Seek(const char* key) {
   Impl& m = *impl_;
-  if (m.h == nullptr || m.selected == 0 || key == nullptr) return 0;
-  const Index& ix = m.indexes[static_cast<size_t>(m.selected - 1)];
+  if (!m.IsOpen() || m.selected == 0 || key == nullptr) return 0;
+  const qdb::RecordIndex& ix = m.indexes[static_cast<size_t>(m.selected - 1)];
   if (!ix.key.IsText()) {
-    double v = 0;
-    if (!ParseDouble(key, strlen(key), &v)) return 0;  // not a number: no move
-    return Seek(v);
+    FieldNumber number;
+    const size_t len = strlen(key);
+    if (!qdb::ParseNumberText(key, len, &number)) return 0;  // not a number: no move
+    return Seek(number.value);
   }
-  std::string text(key);
-  auto it = std::lower_bound(ix.order.begin(), ix.order.end(), text,
-                             [&ix](long r, const std::string& t) {
-                               return qdb::CompareTexts(ix.keys[static_cast<size_t>(r - 1)].text,
-                                                        t) < 0;
-                             });
-  size_t p = m.Forward(static_cast<size_t>(it - ix.order.begin()));
-  if (p >= ix.order.size()) {
+  m.Refresh();
+  const qdb::RecordIndex& fresh = m.indexes[static_cast<size_t>(m.selected - 1)];
+  const std::string text(key);
+  const size_t p = m.Forward(fresh.LowerBound(text));
+  if (p >= fresh.order.size()) {
     m.SetEnd();
     m.bof = false;
     return 0;
   }
-  m.SetCurrent(ix.order[p]);
-  return qdb::CompareTexts(ix.keys[static_cast<size_t>(ix.order[p] - 1)].text, text) == 0 ? 1
-                                                                                           : 0;
+  m.SetCurrent(fresh.order[p]);
+  return qdb::CompareTexts(fresh.KeyOf(fresh.order[p]).text, text) == 0 ? 1 : 0;
 }
 
 int Qdbase::Go(long recno) {
   Impl& m = *impl_;
-  if (m.h == nullptr || recno < 1 || recno > m.records) return 0;
+  if (!m.IsOpen() || recno < 1) return 0;
+  if (recno > m.records) m.Refresh();  // perhaps appended by another process
+  if (recno > m.records) return 0;
   m.SetCurrent(recno);
+  m.imageRec = 0;  // read again: a visit reads the record as it is now
   return 1;
 }
 
-long Qdbase::RecNo() const { return impl_->h != nullptr ? impl_->cur : 0; }
+long Qdbase::RecNo() const { return impl_->IsOpen() ? impl_->cur : 0; }
 
-long Qdbase::RecCount() const { return impl_->h != nullptr ? impl_->records : 0; }
+long Qdbase::RecCount() const { return impl_->IsOpen() ? impl_->records : 0; }
 
 int Qdbase::IsDeleted() const {
   const Impl& m = *impl_;
-  if (m.h == nullptr || m.cur < 1 || m.cur > m.records) return 0;
+  if (!m.IsOpen() || m.cur < 1 || m.cur > m.records) return 0;
   return m.deleted[static_cast<size_t>(m.cur - 1)] ? 1 : 0;
 }
 
 int Qdbase::FieldNo(const char* field) const { return impl_->FindField(field) + 1; }
 
+int Qdbase::FieldWidth(const char* field) const {
+  const int fi = impl_->FindField(field);
+  return fi < 0 ? 0 : impl_->Field(fi).width;
+}
+
+char Qdbase::FieldType(const char* field) const {
+  const int fi = impl_->FindField(field);
+  return fi < 0 ? '\0' : impl_->Field(fi).type;
+}
+
+long Qdbase::Generation() const { return impl_->generation; }
+
+// --- Reads --------------------------------------------------------------------
+
+namespace {
+
+bool ReadNumber(Qdbase::Impl& m, const char* field, FieldNumber* number) {
+  const int fi = m.FindField(field);
+  if (fi < 0) return false;
+  const char* raw = m.Raw();
+  return raw != nullptr && qdb::DecodeNumber(m.layout, m.Field(fi), raw, number);
+}
+
+}  // namespace
+
 int Qdbase::ReadLong(const char* field, long* value) {
-  if (value != nullptr) *value = 0;
-  std::string text;
-  bool integral = false;
-  if (value == nullptr || !impl_->NumberField(field, &text, &integral)) return 0;
-  if (integral) {
-    errno = 0;
-    long long v = strtoll(text.c_str(), nullptr, 10);
-    if (errno == ERANGE || v < LONG_MIN || v > LONG_MAX) return 0;
-    *value = static_cast<long>(v);
+  if (value == nullptr) return 0;
+  *value = 0;
+  FieldNumber number;
+  if (!ReadNumber(*impl_, field, &number)) return 0;
+  if (number.integral && number.wholeExact) {
+    *value = static_cast<long>(number.whole);
     return 1;
   }
-  double d = strtod(text.c_str(), nullptr);
-  d = trunc(d);
-  if (!isfinite(d) || d < -9223372036854775808.0 || d >= 9223372036854775808.0) return 0;
+  if (number.integral) return 0;  // an integer beyond long
+  const double d = trunc(number.value);
+  if (d < -9223372036854775808.0 || d >= 9223372036854775808.0) return 0;
   *value = static_cast<long>(d);
   return 1;
 }
 
 int Qdbase::ReadInt(const char* field, int* value) {
-  if (value != nullptr) *value = 0;
+  if (value == nullptr) return 0;
+  *value = 0;
   long v = 0;
-  if (value == nullptr || !ReadLong(field, &v)) return 0;
-  if (v < INT_MIN || v > INT_MAX) return 0;
+  if (!ReadLong(field, &v) || v < INT_MIN || v > INT_MAX) return 0;
   *value = static_cast<int>(v);
   return 1;
 }
 
 int Qdbase::ReadDouble(const char* field, double* value) {
-  if (value != nullptr) *value = 0.0;
-  std::string text;
-  bool integral = false;
-  if (value == nullptr || !impl_->NumberField(field, &text, &integral)) return 0;
-  double d = strtod(text.c_str(), nullptr);
-  if (!isfinite(d)) return 0;
-  *value = d == 0.0 ? 0.0 : d;
+  if (value == nullptr) return 0;
+  *value = 0.0;
+  FieldNumber number;
+  if (!ReadNumber(*impl_, field, &number)) return 0;
+  *value = number.value;
   return 1;
 }
 
 int Qdbase::ReadLogical(const char* field, int* value) {
-  if (value != nullptr) *value = 0;
-  int fi = impl_->FindField(field);
-  if (value == nullptr || fi < 0) return 0;
-  const FieldDef& f = impl_->fields[static_cast<size_t>(fi)];
-  if (f.type != 'L') return 0;
+  if (value == nullptr) return 0;
+  *value = 0;
+  const int fi = impl_->FindField(field);
+  if (fi < 0 || impl_->Field(fi).type != 'L') return 0;
   const char* raw = impl_->Raw();
   if (raw == nullptr) return 0;
-  char c = raw[f.offset];
-  *value = (c == 'T' || c == 't' || c == 'Y' || c == 'y') ? 1 : 0;
+  *value = qdb::LogicalTrue(raw[impl_->Field(fi).offset]) ? 1 : 0;
   return 1;
 }
 
 int Qdbase::ReadString(const char* field, char* buf, int size, int trimTrailing, int zeroFill) {
   if (buf == nullptr || size < 1) return 0;
   buf[0] = '\0';
-  int fi = impl_->FindField(field);
+  const int fi = impl_->FindField(field);
   if (fi < 0) return 0;
-  const FieldDef& f = impl_->fields[static_cast<size_t>(fi)];
   const char* raw = impl_->Raw();
-  if (raw == nullptr) return 0;
-  const char* s = raw + f.offset;
-  size_t len = static_cast<size_t>(f.width);
-  size_t used = len;  // the characters before the trailing padding
-  while (used > 0 && IsBlank(s[used - 1])) --used;
-  size_t room = static_cast<size_t>(size) - 1;
-  if (used > room) return 0;  // never a cut text
-  size_t n = trimTrailing ? used : std::min(len, room);
-  memcpy(buf, s, n);
+  std::string text;
+  if (raw == nullptr || !FieldText(impl_->layout, impl_->Field(fi), raw, &text)) return 0;
+  size_t n = std::min(text.size(), static_cast<size_t>(size) - 1);
+  if (trimTrailing) {
+    while (n > 0 && IsBlank(text[n - 1])) --n;
+  }
+  memcpy(buf, text.data(), n);
   buf[n] = '\0';
   if (zeroFill) memset(buf + n, 0, static_cast<size_t>(size) - n);
   return 1;
 }
 
-int Qdbase::WriteLong(const char* field, long value) {
-  return impl_->WriteInteger(field, value);
+int Qdbase::TextLength(const char* field) {
+  const int fi = impl_->FindField(field);
+  if (fi < 0) return -1;
+  const char* raw = impl_->Raw();
+  std::string text;
+  if (raw == nullptr || !FieldText(impl_->layout, impl_->Field(fi), raw, &text)) return -1;
+  size_t n = text.size();
+  while (n > 0 && IsBlank(text[n - 1])) --n;
+  return static_cast<int>(n);
 }
 
-int Qdbase::WriteInt(const char* field, int value) { return impl_->WriteInteger(field, value); }
+// --- Writes -------------------------------------------------------------------
+
+int Qdbase::WriteLong(const char* field, long value) {
+  const int fi = impl_->FindField(field);
+  std::string bytes;
+  if (fi < 0 || !impl_->Writable() || !qdb::EncodeWhole(impl_->Field(fi), value, &bytes)) {
+    return 0;
+  }
+  return impl_->Store(fi, bytes, true);
+}
+
+int Qdbase::WriteInt(const char* field, int value) { return WriteLong(field, value); }
 
 int Qdbase::WriteDouble(const char* field, double value) {
-  return impl_->WriteNumber(field, value);
+  const int fi = impl_->FindField(field);
+  std::string bytes;
+  if (fi < 0 || !impl_->Writable() || !qdb::EncodeNumber(impl_->Field(fi), value, &bytes)) {
+    return 0;
+  }
+  return impl_->Store(fi, bytes, true);
 }
 
 int Qdbase::WriteLogical(const char* field, int value) {
-  Impl& m = *impl_;
-  int fi = m.FindField(field);
-  if (fi < 0 || !m.Writable() || m.fields[static_cast<size_t>(fi)].type != 'L') return 0;
-  return m.Store(fi, value ? "T" : "F");
+  const int fi = impl_->FindField(field);
+  if (fi < 0 || !impl_->Writable() || impl_->Field(fi).type != 'L') return 0;
+  return impl_->Store(fi, value ? "T" : "F");
 }
 
 int Qdbase::WriteString(const char* field, const char* text) {
   Impl& m = *impl_;
-  int fi = m.FindField(field);
+  const int fi = m.FindField(field);
   if (fi < 0 || text == nullptr || !m.Writable()) return 0;
-  const FieldDef& f = m.fields[static_cast<size_t>(fi)];
-  size_t len = strlen(text);
+  const DbfField& f = m.Field(fi);
+  const size_t len = strlen(text);
+  const bool blank = strspn(text, " \t") == len;
+  std::string bytes;
   switch (f.type) {
     case 'C':
       if (len > static_cast<size_t>(f.width)) return 0;
-      return m.Store(fi, text);
-    case 'N':
-    case 'F': {
-      std::string digits;
-      bool integral;
-      if (!ParseNumber(text, len, &digits, &integral)) return 0;
-      bool blank = strspn(text, " \t") == len;
-      if (blank) return m.Store(fi, std::string());
-      double v = strtod(digits.c_str(), nullptr);
-      return m.WriteNumber(field, v);
+      bytes.assign(text, len);
+      bytes.resize(static_cast<size_t>(f.width), ' ');
+      return m.Store(fi, bytes);
+    case 'N': case 'F': case 'I': case 'B': case 'Y': {
+      FieldNumber number;
+      if (!qdb::ParseNumberText(text, len, &number)) return 0;
+      if (blank && (f.type == 'N' || f.type == 'F')) {
+        return m.Store(fi, std::string(static_cast<size_t>(f.width), ' '));
+      }
+      const bool encoded = number.integral && number.wholeExact
+                               ? qdb::EncodeWhole(f, number.whole, &bytes)
+                               : qdb::EncodeNumber(f, number.value, &bytes);
+      return encoded ? m.Store(fi, bytes, true) : 0;
     }
     case 'L': {
-      size_t b = strspn(text, " ");
-      if (b == len) return m.Store(fi, std::string());
+      const size_t b = strspn(text, " ");
+      if (b == len) return m.Store(fi, " ");
       if (len - b != 1 || strchr("TtFfYyNn?", text[b]) == nullptr) return 0;
       return m.Store(fi, std::string(1, text[b]));
     }
-    case 'D': {
-      if (strspn(text, " ") == len) return m.Store(fi, std::string());
+    case 'D':
+      if (blank) return m.Store(fi, std::string(8, ' '));
       if (len != 8 || strspn(text, "0123456789") != 8) return 0;
       return m.Store(fi, text);
-    }
     default:
       return 0;
   }
 }
 
+int Qdbase::WriteStringAt(const char* field, int pos, const char* text) {
+  Impl& m = *impl_;
+  const int fi = m.FindField(field);
+  if (fi < 0 || text == nullptr || !m.Writable() || m.Field(fi).type != 'C') return 0;
+  return m.StoreAt(fi, pos, text);
+}
+
 int Qdbase::Append() {
   Impl& m = *impl_;
-  if (m.h == nullptr || m.readOnly) return 0;
-  if (m.records >= 0x7FFFFFFE) return 0;
-  if (!m.ReserveRecord()) {
-    TarvoTrace("\nQdbase: cannot append to %s: no room for the record (%s)", m.openFile.c_str(),
-               strerror(errno));
+  if (!m.IsOpen() || m.readOnly || m.records >= 0x7FFFFFFE) return 0;
+  const std::string blank = qdb::BlankRecord(m.layout);
+  if (m.booking != nullptr) {
+    const long rec = m.records + 1;
+    qdb::StagedRecord staged;
+    staged.image = blank;
+    staged.appended = true;
+    staged.low = 0;
+    staged.high = m.layout.recordLength;
+    m.booking->records[rec] = staged;
+    m.booking->structural = true;
+    ++m.records;
+    m.deleted.push_back(0);
+    for (qdb::RecordIndex& ix : m.indexes) ix.Add(rec, blank.data());
+    m.SetCurrent(rec);
+    return 1;
+  }
+  if (!m.LockForWrite()) return 0;
+  const long rec = m.records + 1;
+  const long long at = qdb::RecordOffset(m.layout, rec);
+  qdb::FileIdentity before;
+  bool ok = m.file.Identity(&before);
+  // The byte the new record overwrites (the old end-of-file mark), to put
+  // back if the append fails.
+  char oldMark = 0;
+  const bool hadMark = ok && before.size > at && m.file.ReadAt(&oldMark, 1, at);
+  const std::string tail = blank + '\x1A';
+  unsigned char head[7];
+  qdb::TodayBytes(head);
+  qdb::CountBytes(rec, head + 3);
+  // The record first, then the count that makes it part of the table.
+  ok = ok && m.file.WriteAt(tail.data(), tail.size(), at) && m.file.WriteAt(head, sizeof head, 1);
+  if (!ok) {
+    qdb::TraceTable(m.openFile, "cannot append a record (" + m.file.Error() + ")");
+    ++m.ioErrors;
+    if (before.size >= 0) m.file.Truncate(before.size);
+    if (hadMark) m.file.WriteAt(&oldMark, 1, at);
+    m.UnlockForWrite();
     return 0;
   }
-  std::string blank(static_cast<size_t>(m.recordLength), ' ');
-  if (!DBFWriteTuple(m.h, static_cast<int>(m.records), &blank[0])) return 0;
-  ++m.records;
-  long rec = m.records;
+  m.records = rec;
+  m.layout.headerRecords = rec;
   m.deleted.push_back(0);
-  for (Index& ix : m.indexes) {
-    ix.keys.push_back(ix.key.Evaluate(blank.data()));
-    auto it = std::lower_bound(ix.order.begin(), ix.order.end(), rec,
-                               [&ix](long a, long b) { return Impl::Less(ix, a, b); });
-    ix.order.insert(it, rec);
-  }
+  for (qdb::RecordIndex& ix : m.indexes) ix.Add(rec, blank.data());
+  m.journal->CountChange();
   m.SetCurrent(rec);
-  m.AfterChange();
+  m.image = blank;
+  m.imageRec = rec;
+  m.UnlockForWrite();
   return 1;
 }
 
 int Qdbase::Delete() {
   Impl& m = *impl_;
   if (!m.Writable()) return 0;
-  if (!DBFMarkRecordDeleted(m.h, static_cast<int>(m.cur - 1), 1)) return 0;
-  m.deleted[static_cast<size_t>(m.cur - 1)] = 1;
-  m.AfterChange();
-  return 1;
-}
-
-int Qdbase::Pack() {
-  Impl& m = *impl_;
-  if (m.h == nullptr || m.readOnly) return 0;
-  const std::string file = m.openFile;
-  m.Flush();
-
-  // The new file, next to the old one; shapelib wants a ".dbf" name.
-  std::string dir = file;
-  size_t slash = dir.rfind('/');
-  dir = slash == std::string::npos ? std::string() : dir.substr(0, slash + 1);
-  std::string tmpl = dir + m.base + "-pack-XXXXXX.dbf";
-  std::vector<char> name(tmpl.begin(), tmpl.end());
-  name.push_back('\0');
-  int fd = mkstemps(name.data(), 4);
-  if (fd < 0) {
-    TarvoTrace("\nQdbase: cannot pack %s: no temporary file (%s)", file.c_str(), strerror(errno));
-    return 0;
+  if (m.booking != nullptr) {
+    qdb::StagedRecord* staged = m.Stage(m.cur);
+    if (staged == nullptr) return 0;
+    staged->image[0] = '*';
+    Widen(staged, 0, 1);
+    m.deleted[static_cast<size_t>(m.cur - 1)] = 1;
+    m.booking->structural = true;
+    return 1;
   }
-  close(fd);
-  std::string tmp(name.data());
-  std::string tmpCpg = tmp.substr(0, tmp.size() - 4) + ".cpg";
-  bool tmpCpgExisted = FileExists(tmpCpg);
-  auto discard = [&]() {
-    unlink(tmp.c_str());
-    if (!tmpCpgExisted) unlink(tmpCpg.c_str());
-  };
-
-  // The new table is made field by field rather than with shapelib's
-  // clone: the clone reopens the file it has just written and dereferences
-  // a failed reopen, which a disk without room (or slack after the old
-  // field descriptors) brings about. Made this way the header has its plain
-  // length, so any slack is dropped, and a short file is caught below.
-  SAHooks hooks = Hooks();
-  DBFHandle out = DBFCreateLL(tmp.c_str(), m.h->pszCodePage, &hooks);
-  for (int i = 0; out != nullptr && i < DBFGetFieldCount(m.h); ++i) {
-    char fieldName[XBASE_FLDNAME_LEN_READ + 1] = "";
-    int width = 0, decimals = 0;
-    DBFGetFieldInfo(m.h, i, fieldName, &width, &decimals);
-    if (DBFAddNativeFieldType(out, fieldName, DBFGetNativeFieldType(m.h, i), width, decimals) < 0) {
-      DBFClose(out);
-      out = nullptr;
+  if (!m.LockForWrite()) return 0;
+  int result = 0;
+  if (m.Writable()) {
+    if (m.file.WriteAt("*", 1, qdb::RecordOffset(m.layout, m.cur))) {
+      m.deleted[static_cast<size_t>(m.cur - 1)] = 1;
+      m.journal->CountChange();
+      result = 1;
+    } else {
+      m.IoFailure("write", m.cur);
     }
+    m.imageRec = 0;
   }
-  if (out != nullptr) out->iLanguageDriver = m.h->iLanguageDriver;
-  if (out == nullptr) {
-    discard();
-    TarvoTrace("\nQdbase: cannot pack %s: cannot create %s", file.c_str(), tmp.c_str());
-    return 0;
-  }
-  StampToday(out);
-  int kept = 0;
-  bool ok = true;
-  std::string record;
-  for (long r = 1; r <= m.records && ok; ++r) {
-    const char* raw = DBFReadTuple(m.h, static_cast<int>(r - 1));
-    if (raw == nullptr) {
-      ok = false;
-      break;
-    }
-    if (raw[0] == '*') continue;
-    record.assign(raw, static_cast<size_t>(m.recordLength));
-    record[0] = ' ';
-    ok = DBFWriteTuple(out, kept, &record[0]) != 0;
-    ++kept;
-  }
-  if (!ok) {
-    // The copy is thrown away: closing it writes nothing more to a disk
-    // that has already refused a write.
-    out->bUpdated = 0;
-    out->bCurrentRecordModified = 0;
-  }
-  DBFClose(out);
-  if (ok) {
-    // The new file must be on disk, with the old one's permissions, before
-    // it replaces the old one.
-    struct stat st;
-    int tfd = open(tmp.c_str(), O_RDWR);
-    ok = tfd >= 0;
-    if (ok && stat(file.c_str(), &st) == 0) {
-      if (fchown(tfd, st.st_uid, st.st_gid) != 0) {
-        // Keeping the owner needs privileges; the mode is what matters.
-      }
-      ok = fchmod(tfd, st.st_mode & 07777) == 0;
-    }
-    if (ok) ok = fsync(tfd) == 0;
-    if (tfd >= 0) close(tfd);
-  }
-  if (ok) {
-    // shapelib does not report a write that found no room: the new file
-    // must hold every record its header counts before it replaces the old.
-    struct stat st;
-    HeaderInfo written;
-    std::string why;
-    ok = stat(tmp.c_str(), &st) == 0 &&
-         CheckHeader(tmp, static_cast<long long>(st.st_size), &written, &why) &&
-         written.records == kept;
-  }
-  if (!ok) {
-    discard();
-    TarvoTrace("\nQdbase: cannot pack %s: writing %s failed", file.c_str(), tmp.c_str());
-    return 0;
-  }
-
-  int selected = m.selected;
-  m.CloseHandle();
-  bool renamed = rename(tmp.c_str(), file.c_str()) == 0;
-  if (!renamed) {
-    TarvoTrace("\nQdbase: cannot pack %s: rename failed (%s)", file.c_str(), strerror(errno));
-    discard();
-  } else {
-    if (!tmpCpgExisted) unlink(tmpCpg.c_str());
-    int dfd = open(dir.empty() ? "." : dir.c_str(), O_RDONLY | O_DIRECTORY);
-    if (dfd >= 0) {
-      fsync(dfd);
-      close(dfd);
-    }
-  }
-  m.selected = selected;
-  if (!Open()) return 0;
-  return renamed ? 1 : 0;
+  m.UnlockForWrite();
+  return result;
 }
 
 int Qdbase::RebuildIndex() {
   Impl& m = *impl_;
-  if (m.h == nullptr) return 0;
+  if (!m.IsOpen()) return 0;
+  if (m.booking != nullptr) return 1;  // the booking's copy is the table's
   std::string why;
-  if (!m.LoadAll(&why)) {
-    TarvoTrace("\nQdbase: cannot rebuild the indexes of %s: %s", m.openFile.c_str(),
-               why.c_str());
+  if (!m.Load(&why)) {
+    TarvoTrace("\nQdbase: cannot rebuild the indexes of %s: %s", m.openFile.c_str(), why.c_str());
     return 0;
   }
+  m.seenChanges = m.journal->ChangeCount();
   return 1;
 }
 
-int Qdbase::Flush() { return impl_->Flush() ? 1 : 0; }
+int Qdbase::Flush() { return impl_->IsOpen() ? 1 : 0; }
 
 int Qdbase::FlushGet() { return g_flushMode.load(); }
 
@@ -1221,94 +969,8 @@ void Qdbase::SetReadOnly(int on) { g_readOnly.store(on != 0 ? 1 : 0); }
 
 int Qdbase::ReadOnly() { return g_readOnly.load(); }
 
-int Qdbase::Create(const char* path, const char* base, int nFields, const QdbField* fields) {
-  if (path == nullptr || base == nullptr || *base == '\0') {
-    TarvoTrace("\nQdbase::Create: no path or table name");
-    return 0;
-  }
-  std::string file = LowerName(path, base);
-  if (nFields < 1 || fields == nullptr) {
-    TarvoTrace("\nQdbase::Create %s: no fields", file.c_str());
-    return 0;
-  }
-  if (nFields > (65535 - 33) / 32) {
-    TarvoTrace("\nQdbase::Create %s: %d fields are too many", file.c_str(), nFields);
-    return 0;
-  }
-  long total = 1;
-  for (int i = 0; i < nFields; ++i) {
-    const QdbField& f = fields[i];
-    const char* name = f.name != nullptr ? f.name : "";
-    size_t len = strlen(name);
-    bool nameOk = len >= 1 && len <= 10 && isalpha(static_cast<unsigned char>(name[0]));
-    for (size_t k = 0; nameOk && k < len; ++k) {
-      nameOk = isalnum(static_cast<unsigned char>(name[k])) || name[k] == '_';
-    }
-    if (!nameOk) {
-      TarvoTrace("\nQdbase::Create %s: field %d has an invalid name \"%s\"", file.c_str(), i + 1,
-                 name);
-      return 0;
-    }
-    for (int j = 0; j < i; ++j) {
-      if (fields[j].name != nullptr && strcasecmp(fields[j].name, name) == 0) {
-        TarvoTrace("\nQdbase::Create %s: field name %s used twice", file.c_str(), name);
-        return 0;
-      }
-    }
-    bool ok = false;
-    switch (f.type) {
-      case 'C': ok = f.width >= 1 && f.width <= 254 && f.decimals == 0; break;
-      case 'N':
-        ok = f.width >= 1 && f.width <= 19 && f.decimals >= 0 && f.decimals <= 15 &&
-             f.decimals < f.width;
-        break;
-      case 'L': ok = f.width == 1 && f.decimals == 0; break;
-      default: ok = false;
-    }
-    if (!ok) {
-      TarvoTrace("\nQdbase::Create %s: field %s: invalid type '%c', width %d or decimals %d",
-                 file.c_str(), name, f.type != '\0' ? f.type : '?', f.width, f.decimals);
-      return 0;
-    }
-    total += f.width;
-  }
-  if (total > 65535) {
-    TarvoTrace("\nQdbase::Create %s: records of %ld bytes are too long", file.c_str(), total);
-    return 0;
-  }
-  if (FileExists(file) || FileExists(UpperName(path, base))) {
-    TarvoTrace("\nQdbase::Create %s: the table already exists", file.c_str());
-    return 0;
-  }
-  // Claims the name (refusing a file that appeared meanwhile), then lets
-  // shapelib write the table into it.
-  int fd = open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0666);
-  if (fd < 0) {
-    TarvoTrace("\nQdbase::Create %s: cannot create the file (%s)", file.c_str(), strerror(errno));
-    return 0;
-  }
-  close(fd);
-  SAHooks hooks = Hooks();
-  DBFHandle h = DBFCreateLL(file.c_str(), "LDID/87", &hooks);
-  bool ok = h != nullptr;
-  if (ok) StampToday(h);
-  for (int i = 0; ok && i < nFields; ++i) {
-    std::string name = Upper(fields[i].name);
-    ok = DBFAddNativeFieldType(h, name.c_str(), fields[i].type, fields[i].width,
-                               fields[i].type == 'N' ? fields[i].decimals : 0) >= 0;
-  }
-  if (h != nullptr) DBFClose(h);
-  if (ok) {
-    // The header must be complete on disk.
-    struct stat st;
-    ok = stat(file.c_str(), &st) == 0 && st.st_size >= 32 + 32 * nFields + 1;
-  }
-  if (!ok) {
-    unlink(file.c_str());
-    TarvoTrace("\nQdbase::Create %s: writing the table failed", file.c_str());
-    return 0;
-  }
-  return 1;
-}
+void Qdbase::SetLockWait(int ms) { g_lockWaitMs.store(ms < 0 ? 0 : ms); }
+
+int Qdbase::LockWait() { return g_lockWaitMs.load(); }
 
 const char* Qdbase::FileName() const { return impl_->fileName.c_str(); }

@@ -28,19 +28,19 @@ class InitWrites(CliTest):
                          "wrote %s/cistern.dbf (1 record)\n"
                          "wrote %s/colorants.dbf (10 records)\n"
                          "wrote %s/cans.dbf (3 records)\n" % ((target,) * 5))
-        self.assertEqual(sorted(os.listdir(target)), sorted(TABLES))
+        self.assertEqual(sorted(os.listdir(target)), sorted(TABLES + ("qslave.jnl",)))
 
     def test_creates_missing_parent_directories(self):
         target = self.path("a", "b", "c")
         result = run(["init", target])
         self.assertEqual(result.rc, 0, result.err)
-        self.assertEqual(sorted(os.listdir(target)), sorted(TABLES))
+        self.assertEqual(sorted(os.listdir(target)), sorted(TABLES + ("qslave.jnl",)))
 
     def test_writes_into_an_existing_empty_directory(self):
         target = self.path("empty")
         os.mkdir(target)
         self.assertEqual(run(["init", target]).rc, 0)
-        self.assertEqual(sorted(os.listdir(target)), sorted(TABLES))
+        self.assertEqual(sorted(os.listdir(target)), sorted(TABLES + ("qslave.jnl",)))
 
 
 class InitTablesReadByDbfread(CliTest):

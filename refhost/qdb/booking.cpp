@@ -1,0 +1,289 @@
+// QdbBooking: the writes of one operation on one or more tables of one
+// directory, journalled so that they reach the files together or not at
+// all (see host/qdbase.h and journal.h).
+#include <string.h>
+
+#include <algorithm>
+#include <memory>
+#include <vector>
+
+#include "field_codec.h"
+#include "host/qdsp32.h"
+#include "qdbase_impl.h"
+
+namespace qdb {
+
+struct ActiveBooking {
+  std::vector<Qdbase::Impl*> tables;
+  Journal* journal = nullptr;  // locked while the booking lives
+  int joined = 0;              // bookings that joined this one
+};
+
+namespace {
+
+ActiveBooking* g_active = nullptr;
+
+// One write of the commit, and how to take it back.
+struct Write {
+  Qdbase::Impl* table;
+  long long offset;
+  std::string bytes;
+  std::string before;  // the bytes it replaces (for a write within the file)
+};
+
+void Trace(const std::string& text) { TarvoTrace("\nQdbase: booking not made: %s", text.c_str()); }
+
+bool Contains(const std::vector<Qdbase::Impl*>& tables, const Qdbase::Impl* t) {
+  return std::find(tables.begin(), tables.end(), t) != tables.end();
+}
+
+// Joins table to the active booking (the lock is held): it is brought up to
+// date with its file first.
+bool Enlist(ActiveBooking* active, Qdbase::Impl* table, std::string* why) {
+  if (!table->Refresh()) {
+    *why = "cannot read " + table->openFile + " again";
+    return false;
+  }
+  FileIdentity id;
+  if (!table->file.Identity(&id)) {
+    *why = table->openFile + ": " + table->file.Error();
+    return false;
+  }
+  auto state = std::make_unique<TableBooking>();
+  state->recordsAtStart = table->records;
+  state->sizeAtStart = id.size;
+  state->errorsAtStart = table->ioErrors;
+  table->booking = state.release();
+  active->tables.push_back(table);
+  return true;
+}
+
+// Ends the table's part in the booking; an abandoned part is read again
+// from the file when it changed the table's structure in memory.
+void Dismiss(Qdbase::Impl* table, bool committed) {
+  TableBooking* state = table->booking;
+  table->booking = nullptr;
+  table->imageRec = 0;
+  if (state == nullptr) return;
+  if (!committed && (state->structural || table->records != state->recordsAtStart)) {
+    std::string why;
+    if (!table->Load(&why)) TraceTable(table->openFile, "cannot read it again: " + why);
+  }
+  if (committed) table->RememberFile();
+  delete state;
+}
+
+void Finish(bool committed) {
+  ActiveBooking* active = g_active;
+  g_active = nullptr;
+  if (active == nullptr) return;
+  for (Qdbase::Impl* table : active->tables) Dismiss(table, committed);
+  if (active->journal != nullptr) active->journal->Unlock();
+  delete active;
+}
+
+// The bytes the file holds now at [offset, offset + len), clipped to its
+// length at the start of the booking.
+bool Before(Qdbase::Impl* t, long long offset, size_t len, std::string* out, std::string* why) {
+  const long long end = std::min<long long>(offset + static_cast<long long>(len),
+                                            t->booking->sizeAtStart);
+  out->clear();
+  if (end <= offset) return true;
+  out->resize(static_cast<size_t>(end - offset));
+  if (t->file.ReadAt(&(*out)[0], out->size(), offset)) return true;
+  *why = t->openFile + ": " + t->file.Error();
+  return false;
+}
+
+// Every write the booking makes, in table and record order: changed spans
+// of existing records, appended records with the end-of-file mark after
+// them, and the header's date and count; each with the bytes it replaces.
+bool CollectWrites(const ActiveBooking& active, std::vector<Write>* writes, std::string* why) {
+  for (Qdbase::Impl* t : active.tables) {
+    const TableBooking& state = *t->booking;
+    for (const auto& entry : state.records) {
+      const StagedRecord& staged = entry.second;
+      if (staged.low >= staged.high) continue;
+      const size_t low = static_cast<size_t>(staged.low);
+      const size_t len = static_cast<size_t>(staged.high - staged.low);
+      Write w{t, RecordOffset(t->layout, entry.first) + staged.low, staged.image.substr(low, len),
+              std::string()};
+      if (!staged.appended) {
+        w.before = staged.before.substr(low, len);
+      } else if (!Before(t, w.offset, len, &w.before, why)) {
+        return false;
+      }
+      writes->push_back(std::move(w));
+    }
+    if (t->records > state.recordsAtStart) {
+      Write mark{t, RecordOffset(t->layout, t->records + 1), std::string(1, '\x1A'),
+                 std::string()};
+      if (!Before(t, mark.offset, 1, &mark.before, why)) return false;
+      writes->push_back(std::move(mark));
+      unsigned char head[7];
+      TodayBytes(head);
+      CountBytes(t->records, head + 3);
+      Write count{t, 1, std::string(reinterpret_cast<char*>(head), sizeof head), std::string()};
+      if (!Before(t, 1, sizeof head, &count.before, why)) return false;
+      writes->push_back(std::move(count));
+    }
+  }
+  return true;
+}
+
+// Takes back the first n writes: every table that grew gets its old length
+// back, then every write its old bytes.
+bool Undo(const ActiveBooking& active, const std::vector<Write>& writes, size_t n) {
+  bool ok = true;
+  for (Qdbase::Impl* t : active.tables) {
+    if (t->records > t->booking->recordsAtStart) ok = t->file.Truncate(t->booking->sizeAtStart) && ok;
+  }
+  for (size_t i = n; i-- > 0;) {
+    const Write& w = writes[i];
+    if (!w.before.empty()) ok = w.table->file.WriteAt(w.before.data(), w.before.size(), w.offset) && ok;
+  }
+  return ok;
+}
+
+bool Commit(ActiveBooking* active) {
+  std::string why;
+  for (Qdbase::Impl* t : active->tables) {
+    if (t->ioErrors != t->booking->errorsAtStart) {
+      Trace("a read or write of " + t->openFile + " failed during the booking");
+      return false;
+    }
+  }
+  std::vector<Write> writes;
+  if (!CollectWrites(*active, &writes, &why)) {
+    Trace(why);
+    return false;
+  }
+  if (writes.empty()) return true;
+
+  std::vector<JournalPart> parts;
+  for (const Write& w : writes) {
+    parts.push_back(JournalPart{w.table->fileBase, w.table->seen.inode, w.offset, w.bytes});
+  }
+  Journal* journal = active->journal;
+  if (!journal->Append(parts, &why)) {
+    Trace(why);
+    return false;
+  }
+  for (size_t i = 0; i < writes.size(); ++i) {
+    const Write& w = writes[i];
+    if (w.table->file.WriteAt(w.bytes.data(), w.bytes.size(), w.offset)) continue;
+    const std::string failed = w.table->openFile + ": " + w.table->file.Error();
+    if (Undo(*active, writes, i + 1) && journal->CancelLast(&why)) {
+      Trace(failed);
+      return false;
+    }
+    // Neither undone nor removed from the journal: made whole instead.
+    if (journal->ReplayLast(&why)) {
+      TraceTable(w.table->openFile, "a failed write was made again from the journal");
+      break;
+    }
+    Trace(failed + "; the journal holds the booking, and the next process that takes the "
+                   "lock of the tables completes it");
+    return false;
+  }
+  if (journal->TablesNeedSync()) {
+    for (Qdbase::Impl* t : active->tables) {
+      if (!t->file.Sync()) TraceTable(t->openFile, "cannot sync it (" + t->file.Error() + ")");
+    }
+  }
+  journal->MarkApplied();
+  bool structural = false;
+  for (Qdbase::Impl* t : active->tables) structural = structural || t->booking->structural;
+  if (structural) journal->CountChange();
+  if (journal->WantsCheckpoint() && !journal->Checkpoint(&why)) {
+    TraceTable(journal->Path(), "checkpoint postponed: " + why);
+  }
+  return true;
+}
+
+}  // namespace
+
+void LeaveBooking(Qdbase::Impl* table) {
+  TraceTable(table->openFile, "closed during a booking: its writes are dropped");
+  if (g_active != nullptr) {
+    auto& tables = g_active->tables;
+    tables.erase(std::remove(tables.begin(), tables.end(), table), tables.end());
+  }
+  delete table->booking;
+  table->booking = nullptr;
+}
+
+}  // namespace qdb
+
+namespace {
+
+enum State { kFailed = 0, kOwner = 1, kJoined = 2, kDone = 3 };
+
+}  // namespace
+
+QdbBooking::QdbBooking(Qdbase* a, Qdbase* b, Qdbase* c) : state_(kFailed) {
+  std::vector<Qdbase::Impl*> tables;
+  for (Qdbase* q : {a, b, c}) {
+    if (q != nullptr && q->impl_->IsOpen() && !qdb::Contains(tables, q->impl_)) {
+      tables.push_back(q->impl_);
+    }
+  }
+  std::string why;
+  qdb::ActiveBooking* active = qdb::g_active;
+  const bool joining = active != nullptr;
+  if (!joining) {
+    if (tables.empty()) {
+      state_ = kDone;  // nothing to book
+      return;
+    }
+    active = new qdb::ActiveBooking;
+    active->journal = tables.front()->journal;
+    if (!active->journal->Lock(qdb::LockWaitMs(), &why)) {
+      delete active;
+      qdb::Trace(why);
+      return;
+    }
+    qdb::g_active = active;
+  }
+  for (Qdbase::Impl* t : tables) {
+    if (qdb::Contains(active->tables, t)) continue;
+    if (t->journal != active->journal) {
+      why = t->openFile + " is not in the directory of the booking's other tables";
+    } else if (qdb::Enlist(active, t, &why)) {
+      continue;
+    }
+    qdb::Trace(why);
+    if (!joining) qdb::Finish(false);
+    return;
+  }
+  if (joining) ++active->joined;
+  state_ = joining ? kJoined : kOwner;
+}
+
+QdbBooking::~QdbBooking() {
+  if (state_ == kOwner) qdb::Finish(false);
+  if (state_ == kJoined && qdb::g_active != nullptr) --qdb::g_active->joined;
+}
+
+int QdbBooking::Ok() const { return state_ != kFailed ? 1 : 0; }
+
+int QdbBooking::Commit() {
+  switch (state_) {
+    case kDone: return 1;
+    case kFailed: return 0;
+    case kJoined: {
+      // The outer booking writes; this one can only tell whether it still
+      // may.
+      if (qdb::g_active == nullptr) return 0;
+      for (Qdbase::Impl* t : qdb::g_active->tables) {
+        if (t->ioErrors != t->booking->errorsAtStart) return 0;
+      }
+      return 1;
+    }
+    default: break;
+  }
+  const bool committed = qdb::Commit(qdb::g_active);
+  qdb::Finish(committed);
+  state_ = committed ? kDone : kFailed;
+  return committed ? 1 : 0;
+}

@@ -1,0 +1,228 @@
+#include "field_codec.h"
+
+#include <errno.h>
+#include <math.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+namespace qdb {
+
+namespace {
+
+// Longest number text read; dBase numbers are at most 20 wide, and a text
+// field holding more significant characters holds no number we could use.
+constexpr size_t kLongestNumber = 63;
+
+bool IsPad(char c) { return c == ' ' || c == '\0' || c == '\t'; }
+
+bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+
+template <typename T>
+T LoadLittle(const char* p) {
+  T value = 0;
+  for (size_t i = 0; i < sizeof(T); ++i) {
+    value |= static_cast<T>(static_cast<unsigned char>(p[i])) << (8 * i);
+  }
+  return value;
+}
+
+template <typename T>
+std::string StoreLittle(T value) {
+  std::string bytes(sizeof(T), '\0');
+  for (size_t i = 0; i < sizeof(T); ++i) {
+    bytes[i] = static_cast<char>((value >> (8 * i)) & 0xFF);
+  }
+  return bytes;
+}
+
+double LoadDouble(const char* p) {
+  const uint64_t bits = LoadLittle<uint64_t>(p);
+  double v;
+  memcpy(&v, &bits, sizeof v);
+  return v;
+}
+
+std::string StoreDouble(double v) {
+  uint64_t bits;
+  memcpy(&bits, &v, sizeof bits);
+  return StoreLittle<uint64_t>(bits);
+}
+
+double RoundAway(double v) { return v < 0 ? -floor(-v + 0.5) : floor(v + 0.5); }
+
+// The shortest plain text that reads back as v (at most 15 decimals).
+std::string FormatShortest(double v) {
+  for (int d = 0; d <= 15; ++d) {
+    std::string s = FormatFixed(v, d);
+    if (s.empty() || strtod(s.c_str(), nullptr) == v) return s;
+  }
+  return FormatFixed(v, 15);
+}
+
+bool RightAligned(const std::string& text, int width, std::string* bytes) {
+  if (text.empty() || static_cast<int>(text.size()) > width) return false;
+  *bytes = std::string(static_cast<size_t>(width) - text.size(), ' ') + text;
+  return true;
+}
+
+}  // namespace
+
+bool ParseNumberText(const char* s, size_t len, FieldNumber* out) {
+  size_t b = 0, e = len;
+  while (b < e && IsPad(s[b])) ++b;
+  while (e > b && IsPad(s[e - 1])) --e;
+  *out = FieldNumber();
+  if (b == e) {
+    out->blank = true;
+    return true;
+  }
+  if (e - b > kLongestNumber) return false;
+  size_t i = b;
+  if (s[i] == '+' || s[i] == '-') ++i;
+  bool digits = false;
+  while (i < e && IsDigit(s[i])) {
+    ++i;
+    digits = true;
+  }
+  if (i < e && s[i] == '.') {
+    out->integral = false;
+    ++i;
+    while (i < e && IsDigit(s[i])) {
+      ++i;
+      digits = true;
+    }
+  }
+  if (!digits || i != e) return false;
+  char text[kLongestNumber + 1];
+  memcpy(text, s + b, e - b);
+  text[e - b] = '\0';
+  const double v = strtod(text, nullptr);
+  if (!isfinite(v)) return false;
+  out->value = v == 0.0 ? 0.0 : v;
+  if (out->integral) {
+    errno = 0;
+    out->whole = strtoll(text, nullptr, 10);
+    out->wholeExact = errno != ERANGE;
+  } else {
+    out->wholeExact = false;
+  }
+  return true;
+}
+
+bool IsNull(const DbfLayout& layout, const DbfField& f, const char* record) {
+  if (f.nullBit < 0 || layout.nullFlagsField < 0) return false;
+  const DbfField& flags = layout.fields[static_cast<size_t>(layout.nullFlagsField)];
+  const unsigned char byte = static_cast<unsigned char>(record[flags.offset + f.nullBit / 8]);
+  return (byte >> (f.nullBit % 8)) & 1;
+}
+
+bool HoldsNumbers(const DbfField& f) {
+  switch (f.type) {
+    case 'N': case 'F': case 'C': case 'I': case 'B': case 'Y': return true;
+    default: return false;
+  }
+}
+
+bool DecodeNumber(const DbfLayout& layout, const DbfField& f, const char* record,
+                  FieldNumber* out) {
+  *out = FieldNumber();
+  if (!HoldsNumbers(f)) return false;
+  if (IsNull(layout, f, record)) {
+    out->blank = true;
+    return true;
+  }
+  const char* p = record + f.offset;
+  switch (f.type) {
+    case 'I': {
+      const int32_t v = static_cast<int32_t>(LoadLittle<uint32_t>(p));
+      out->whole = v;
+      out->value = v;
+      return true;
+    }
+    case 'B': {
+      const double v = LoadDouble(p);
+      if (!isfinite(v)) return false;
+      out->value = v == 0.0 ? 0.0 : v;
+      out->integral = v == trunc(v);
+      out->wholeExact = out->integral && fabs(v) < 9.2e18;
+      if (out->wholeExact) out->whole = static_cast<long long>(v);
+      return true;
+    }
+    case 'Y': {
+      const int64_t units = static_cast<int64_t>(LoadLittle<uint64_t>(p));
+      out->value = static_cast<double>(units) / 10000.0;
+      out->integral = units % 10000 == 0;
+      out->whole = units / 10000;
+      out->wholeExact = out->integral;
+      return true;
+    }
+    default:
+      return ParseNumberText(p, static_cast<size_t>(f.width), out);
+  }
+}
+
+std::string FormatFixed(double v, int decimals) {
+  if (!isfinite(v)) return std::string();
+  const double p = pow(10.0, decimals);
+  if (fabs(v * p) < 4503599627370496.0) v = RoundAway(v * p) / p;
+  if (v == 0.0) v = 0.0;  // no negative zero
+  char buf[400];
+  const int len = snprintf(buf, sizeof buf, "%.*f", decimals, v);
+  if (len < 0 || len >= static_cast<int>(sizeof buf)) return std::string();
+  std::string s(buf, static_cast<size_t>(len));
+  // "-0.000" after rounding: drop the sign.
+  if (s[0] == '-' && s.find_first_not_of("-0.") == std::string::npos) s.erase(0, 1);
+  return s;
+}
+
+bool EncodeNumber(const DbfField& f, double v, std::string* bytes) {
+  if (!isfinite(v)) return false;
+  switch (f.type) {
+    case 'N': case 'F': return RightAligned(FormatFixed(v, f.decimals), f.width, bytes);
+    case 'C': return RightAligned(FormatShortest(v), f.width, bytes);
+    case 'I': {
+      const double r = RoundAway(v);
+      if (r < -2147483648.0 || r > 2147483647.0) return false;
+      *bytes = StoreLittle<uint32_t>(static_cast<uint32_t>(static_cast<int32_t>(r)));
+      return true;
+    }
+    case 'B':
+      *bytes = StoreDouble(v == 0.0 ? 0.0 : v);
+      return true;
+    case 'Y': {
+      const double units = RoundAway(v * 10000.0);
+      if (!(units > -9.2e18 && units < 9.2e18)) return false;
+      *bytes = StoreLittle<uint64_t>(static_cast<uint64_t>(static_cast<int64_t>(units)));
+      return true;
+    }
+    default:
+      return false;
+  }
+}
+
+bool EncodeWhole(const DbfField& f, long long v, std::string* bytes) {
+  switch (f.type) {
+    case 'N': case 'F': {
+      std::string digits = std::to_string(v);
+      if (f.decimals > 0) digits += "." + std::string(static_cast<size_t>(f.decimals), '0');
+      return RightAligned(digits, f.width, bytes);
+    }
+    case 'C': return RightAligned(std::to_string(v), f.width, bytes);
+    case 'I': {
+      if (v < INT32_MIN || v > INT32_MAX) return false;
+      *bytes = StoreLittle<uint32_t>(static_cast<uint32_t>(static_cast<int32_t>(v)));
+      return true;
+    }
+    case 'Y': {
+      if (v < INT64_MIN / 10000 || v > INT64_MAX / 10000) return false;
+      *bytes = StoreLittle<uint64_t>(static_cast<uint64_t>(static_cast<int64_t>(v) * 10000));
+      return true;
+    }
+    case 'B': return EncodeNumber(f, static_cast<double>(v), bytes);
+    default: return false;
+  }
+}
+
+}  // namespace qdb

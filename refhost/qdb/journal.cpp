@@ -1,0 +1,462 @@
+#include "journal.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <stdint.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <map>
+
+#include "host/qdsp32.h"
+
+namespace qdb {
+
+const char Journal::kFileName[] = "qslave.jnl";
+
+namespace {
+
+constexpr long long kHeaderSize = 64;
+constexpr char kHeaderMagic[8] = {'Q', 'S', 'L', 'V', 'J', 'N', 'L', '1'};
+constexpr char kEntryMagic[4] = {'Q', 'J', 'E', '1'};
+constexpr size_t kBootIdSize = 36;
+// A checkpoint (a sync of every table written since the last one) when the
+// journal has grown past this.
+constexpr long long kCheckpointSize = 256 * 1024;
+
+uint32_t Crc32(const unsigned char* p, size_t len) {
+  static uint32_t table[256];
+  static bool ready = false;
+  if (!ready) {
+    for (uint32_t i = 0; i < 256; ++i) {
+      uint32_t c = i;
+      for (int k = 0; k < 8; ++k) c = (c & 1) ? 0xEDB88320u ^ (c >> 1) : c >> 1;
+      table[i] = c;
+    }
+    ready = true;
+  }
+  uint32_t crc = 0xFFFFFFFFu;
+  for (size_t i = 0; i < len; ++i) crc = table[(crc ^ p[i]) & 0xFF] ^ (crc >> 8);
+  return crc ^ 0xFFFFFFFFu;
+}
+
+void PutLittle(std::string* out, uint64_t value, int bytes) {
+  for (int i = 0; i < bytes; ++i) out->push_back(static_cast<char>((value >> (8 * i)) & 0xFF));
+}
+
+uint64_t GetLittle(const unsigned char* p, int bytes) {
+  uint64_t value = 0;
+  for (int i = 0; i < bytes; ++i) value |= static_cast<uint64_t>(p[i]) << (8 * i);
+  return value;
+}
+
+// The running machine's boot id, or "" when the system does not tell it.
+std::string ReadBootId() {
+  int fd = open("/proc/sys/kernel/random/boot_id", O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return std::string();
+  char buf[64] = {};
+  const ssize_t n = read(fd, buf, sizeof buf - 1);
+  close(fd);
+  if (n < static_cast<ssize_t>(kBootIdSize)) return std::string();
+  return std::string(buf, kBootIdSize);
+}
+
+struct Entry {
+  long long start = 0;
+  long long end = 0;
+  std::vector<JournalPart> parts;
+};
+
+// Parses the entries in bytes (which begin at file offset base), stopping
+// at the first that is cut short or fails its checksum.
+std::vector<Entry> ParseEntries(const std::string& bytes, long long base) {
+  std::vector<Entry> entries;
+  const unsigned char* data = reinterpret_cast<const unsigned char*>(bytes.data());
+  size_t at = 0;
+  while (at + 16 <= bytes.size()) {
+    const unsigned char* e = data + at;
+    if (memcmp(e, kEntryMagic, 4) != 0) break;
+    const size_t len = static_cast<size_t>(GetLittle(e + 4, 4));
+    if (len < 16 || at + len > bytes.size()) break;
+    if (Crc32(e, len - 4) != static_cast<uint32_t>(GetLittle(e + len - 4, 4))) break;
+    Entry entry;
+    entry.start = base + static_cast<long long>(at);
+    entry.end = entry.start + static_cast<long long>(len);
+    const size_t count = static_cast<size_t>(GetLittle(e + 8, 4));
+    size_t p = 12;
+    bool ok = true;
+    for (size_t i = 0; i < count && ok; ++i) {
+      JournalPart part;
+      ok = p + 2 <= len - 4;
+      if (!ok) break;
+      const size_t nameLen = static_cast<size_t>(GetLittle(e + p, 2));
+      p += 2;
+      ok = p + nameLen + 20 <= len - 4;
+      if (!ok) break;
+      part.file.assign(reinterpret_cast<const char*>(e + p), nameLen);
+      p += nameLen;
+      part.inode = static_cast<ino_t>(GetLittle(e + p, 8));
+      part.offset = static_cast<long long>(GetLittle(e + p + 8, 8));
+      const size_t size = static_cast<size_t>(GetLittle(e + p + 16, 4));
+      p += 20;
+      ok = p + size <= len - 4 && part.offset >= 0 && part.file.find('/') == std::string::npos;
+      if (!ok) break;
+      part.bytes.assign(reinterpret_cast<const char*>(e + p), size);
+      p += size;
+      entry.parts.push_back(std::move(part));
+    }
+    if (!ok || p != len - 4) break;
+    entries.push_back(std::move(entry));
+    at += len;
+  }
+  return entries;
+}
+
+std::string BuildEntry(const std::vector<JournalPart>& parts) {
+  std::string entry(kEntryMagic, 4);
+  PutLittle(&entry, 0, 4);  // length, filled in below
+  PutLittle(&entry, parts.size(), 4);
+  for (const JournalPart& part : parts) {
+    PutLittle(&entry, part.file.size(), 2);
+    entry += part.file;
+    PutLittle(&entry, static_cast<uint64_t>(part.inode), 8);
+    PutLittle(&entry, static_cast<uint64_t>(part.offset), 8);
+    PutLittle(&entry, part.bytes.size(), 4);
+    entry += part.bytes;
+  }
+  const uint64_t len = entry.size() + 4;
+  for (int i = 0; i < 4; ++i) entry[4 + i] = static_cast<char>((len >> (8 * i)) & 0xFF);
+  PutLittle(&entry, Crc32(reinterpret_cast<const unsigned char*>(entry.data()), entry.size()), 4);
+  return entry;
+}
+
+std::string SystemError(const std::string& what) { return what + ": " + strerror(errno); }
+
+std::mutex g_registryMutex;
+std::map<std::string, Journal*>& Registry() {
+  static std::map<std::string, Journal*> registry;
+  return registry;
+}
+
+}  // namespace
+
+Journal::Journal(const std::string& dir) : dir_(dir), bootId_(ReadBootId()) {
+  bootKnown_ = !bootId_.empty();
+}
+
+Journal::~Journal() {
+  if (fd_ >= 0) close(fd_);
+}
+
+Journal* Journal::Acquire(const std::string& dir) {
+  std::lock_guard<std::mutex> guard(g_registryMutex);
+  Journal*& journal = Registry()[dir];
+  if (journal == nullptr) journal = new Journal(dir);
+  ++journal->refs_;
+  return journal;
+}
+
+void Journal::Release(Journal* journal) {
+  if (journal == nullptr) return;
+  std::lock_guard<std::mutex> guard(g_registryMutex);
+  if (--journal->refs_ > 0) return;
+  Registry().erase(journal->dir_);
+  delete journal;
+}
+
+std::string Journal::Path() const {
+  if (dir_.empty()) return kFileName;
+  return dir_ + (dir_.back() == '/' ? "" : "/") + kFileName;
+}
+
+bool Journal::OpenFile(bool create, std::string* why) {
+  if (fd_ >= 0 && (writable_ || !create)) return true;
+  int fd = open(Path().c_str(), O_RDWR | O_CLOEXEC | (create ? O_CREAT : 0), 0666);
+  if (fd >= 0) {
+    if (fd_ >= 0) close(fd_);
+    fd_ = fd;
+    writable_ = true;
+    return true;
+  }
+  if (create) {
+    if (why != nullptr) *why = SystemError("cannot open the journal " + Path());
+    return false;
+  }
+  if (fd_ >= 0) return true;
+  fd_ = open(Path().c_str(), O_RDONLY | O_CLOEXEC);
+  return fd_ >= 0;
+}
+
+bool Journal::TakeFileLock(int waitMs, std::string* why) {
+  struct flock lock = {};
+  lock.l_type = F_WRLCK;
+  lock.l_whence = SEEK_SET;
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(waitMs);
+  long pauseUs = 500;
+  for (;;) {
+    if (fcntl(fd_, F_OFD_SETLK, &lock) == 0) return true;
+    if (errno != EAGAIN && errno != EACCES && errno != EINTR) {
+      *why = SystemError("cannot lock " + Path());
+      return false;
+    }
+    if (std::chrono::steady_clock::now() >= deadline) {
+      *why = "the tables of " + dir_ + " are held by another process (waited " +
+             std::to_string(waitMs) + " ms for " + Path() + ")";
+      return false;
+    }
+    struct timespec pause = {0, pauseUs * 1000};
+    nanosleep(&pause, nullptr);
+    pauseUs = std::min(pauseUs * 2, 20000L);
+  }
+}
+
+bool Journal::Lock(int waitMs, std::string* why) {
+  if (!mutex_.try_lock_for(std::chrono::milliseconds(waitMs))) {
+    *why = "the tables of " + dir_ + " are held by another thread";
+    return false;
+  }
+  if (depth_ > 0) {
+    ++depth_;
+    return true;
+  }
+  if (!OpenFile(true, why) || !TakeFileLock(waitMs, why)) {
+    mutex_.unlock();
+    return false;
+  }
+  depth_ = 1;
+  if (!Recover(why)) {
+    Unlock();
+    return false;
+  }
+  return true;
+}
+
+void Journal::Unlock() {
+  if (depth_ == 0) return;
+  if (--depth_ == 0) {
+    struct flock lock = {};
+    lock.l_type = F_UNLCK;
+    lock.l_whence = SEEK_SET;
+    fcntl(fd_, F_OFD_SETLK, &lock);
+  }
+  mutex_.unlock();
+}
+
+unsigned long long Journal::ChangeCount() {
+  if (depth_ > 0) return changes_;
+  if (!OpenFile(false, nullptr)) return 0;
+  unsigned char head[kHeaderSize];
+  if (!ReadFully(fd_, head, sizeof head, 0) || memcmp(head, kHeaderMagic, 8) != 0) return 0;
+  return GetLittle(head + 52, 8);
+}
+
+void Journal::CountChange() {
+  ++changes_;
+  WriteHeader();
+}
+
+bool Journal::WriteHeader() {
+  std::string head(kHeaderMagic, 8);
+  std::string boot = bootId_;
+  boot.resize(kBootIdSize, '\0');
+  head += boot;
+  PutLittle(&head, static_cast<uint64_t>(applied_), 8);
+  PutLittle(&head, changes_, 8);
+  PutLittle(&head, Crc32(reinterpret_cast<const unsigned char*>(head.data()), head.size()), 4);
+  return WriteFully(fd_, head.data(), head.size(), 0);
+}
+
+long long Journal::ScanEntries(long long size) {
+  if (size <= kHeaderSize) return kHeaderSize;
+  std::string bytes(static_cast<size_t>(size - kHeaderSize), '\0');
+  if (!ReadFully(fd_, &bytes[0], bytes.size(), kHeaderSize)) return kHeaderSize;
+  const std::vector<Entry> entries = ParseEntries(bytes, kHeaderSize);
+  return entries.empty() ? kHeaderSize : entries.back().end;
+}
+
+bool Journal::Recover(std::string* why) {
+  struct stat st;
+  if (fstat(fd_, &st) != 0) {
+    *why = SystemError("cannot read the journal " + Path());
+    return false;
+  }
+  const long long size = static_cast<long long>(st.st_size);
+  unsigned char head[kHeaderSize] = {};
+  bool valid = size >= kHeaderSize && ReadFully(fd_, head, sizeof head, 0) &&
+               memcmp(head, kHeaderMagic, 8) == 0 &&
+               Crc32(head, kHeaderSize - 4) == static_cast<uint32_t>(GetLittle(head + 60, 4));
+  changes_ = valid ? GetLittle(head + 52, 8) : 0;
+  const bool sameBoot =
+      valid && bootKnown_ && memcmp(head + 8, bootId_.data(), kBootIdSize) == 0;
+  end_ = ScanEntries(size);
+  // What follows the last whole entry never became durable.
+  if (end_ < size && ftruncate(fd_, static_cast<off_t>(end_)) != 0) {
+    *why = SystemError("cannot drop an unfinished entry of " + Path());
+    return false;
+  }
+  long long from = kHeaderSize;
+  if (sameBoot) {
+    from = std::min<long long>(std::max<long long>(static_cast<long long>(GetLittle(head + 44, 8)),
+                                                   kHeaderSize),
+                               end_);
+  }
+  std::vector<std::string> written;
+  if (from < end_) {
+    if (!Replay(from, end_, &written, why) || !SyncFiles(written, why)) return false;
+    TarvoTrace("\nQdbase: %s: completed %s interrupted booking(s)", Path().c_str(),
+               sameBoot ? "an" : "the last checkpoint's");
+    ++changes_;
+  }
+  applied_ = end_;
+  lastStart_ = -1;
+  if (sameBoot) {
+    if (!written.empty() && !WriteHeader()) {
+      *why = SystemError("cannot write " + Path());
+      return false;
+    }
+    return true;
+  }
+  // A new journal, or the first lock since the machine started: the tables
+  // are now on disk whole, so the journal starts empty for this boot.
+  applied_ = end_ = kHeaderSize;
+  if (ftruncate(fd_, static_cast<off_t>(kHeaderSize)) != 0 || !WriteHeader() ||
+      fdatasync(fd_) != 0) {
+    *why = SystemError("cannot start the journal " + Path());
+    return false;
+  }
+  return true;
+}
+
+bool Journal::Replay(long long from, long long to, std::vector<std::string>* written,
+                     std::string* why) {
+  std::string bytes(static_cast<size_t>(to - from), '\0');
+  if (!ReadFully(fd_, &bytes[0], bytes.size(), from)) {
+    *why = SystemError("cannot read the journal " + Path());
+    return false;
+  }
+  std::map<std::string, int> files;
+  bool ok = true;
+  for (const Entry& entry : ParseEntries(bytes, from)) {
+    for (const JournalPart& part : entry.parts) {
+      const std::string path = dir_ + "/" + part.file;
+      auto it = files.find(part.file);
+      if (it == files.end()) {
+        it = files.emplace(part.file, open(path.c_str(), O_RDWR | O_CLOEXEC)).first;
+      }
+      struct stat st;
+      if (it->second < 0 || fstat(it->second, &st) != 0) {
+        *why = SystemError("cannot complete a booking in " + path);
+        ok = false;
+        break;
+      }
+      if (st.st_ino != part.inode) {
+        // The file was replaced since (packed by another program): the
+        // entry's offsets mean nothing in the new file.
+        TarvoTrace("\nQdbase: %s: a journalled write was not made: the file was replaced",
+                   path.c_str());
+        continue;
+      }
+      if (!WriteFully(it->second, part.bytes.data(), part.bytes.size(), part.offset)) {
+        *why = SystemError("cannot complete a booking in " + path);
+        ok = false;
+        break;
+      }
+      if (std::find(written->begin(), written->end(), part.file) == written->end()) {
+        written->push_back(part.file);
+      }
+    }
+    if (!ok) break;
+  }
+  for (const auto& file : files) {
+    if (file.second >= 0) close(file.second);
+  }
+  return ok;
+}
+
+bool Journal::SyncFiles(const std::vector<std::string>& names, std::string* why) {
+  for (const std::string& name : names) {
+    const std::string path = dir_ + "/" + name;
+    int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    const bool ok = fd >= 0 && fdatasync(fd) == 0;
+    if (fd >= 0) close(fd);
+    if (!ok) {
+      *why = SystemError("cannot sync " + path);
+      return false;
+    }
+  }
+  return true;
+}
+
+bool Journal::Append(const std::vector<JournalPart>& parts, std::string* why) {
+  const std::string entry = BuildEntry(parts);
+  const long long start = end_;
+  if (!WriteFully(fd_, entry.data(), entry.size(), start) || fdatasync(fd_) != 0) {
+    *why = SystemError("cannot write the journal " + Path());
+    // Nothing of the entry may stay behind to be replayed later.
+    if (ftruncate(fd_, static_cast<off_t>(start)) != 0 || fdatasync(fd_) != 0) {
+      TarvoTrace("\nQdbase: %s: a refused entry could not be removed", Path().c_str());
+    }
+    return false;
+  }
+  lastStart_ = start;
+  end_ = start + static_cast<long long>(entry.size());
+  return true;
+}
+
+void Journal::MarkApplied() {
+  applied_ = end_;
+  // A failed mark costs a second, identical write of the entry by the next
+  // taker of the lock, nothing more.
+  WriteHeader();
+}
+
+bool Journal::CancelLast(std::string* why) {
+  if (lastStart_ < 0) return true;
+  if (ftruncate(fd_, static_cast<off_t>(lastStart_)) != 0 || fdatasync(fd_) != 0) {
+    *why = SystemError("cannot remove an undone entry from " + Path());
+    return false;
+  }
+  end_ = lastStart_;
+  lastStart_ = -1;
+  return true;
+}
+
+bool Journal::ReplayLast(std::string* why) {
+  if (lastStart_ < 0) return true;
+  std::vector<std::string> written;
+  return Replay(lastStart_, end_, &written, why) && SyncFiles(written, why);
+}
+
+bool Journal::WantsCheckpoint() const { return end_ > kCheckpointSize; }
+
+bool Journal::Checkpoint(std::string* why) {
+  if (end_ <= kHeaderSize) return true;
+  std::string bytes(static_cast<size_t>(end_ - kHeaderSize), '\0');
+  if (!ReadFully(fd_, &bytes[0], bytes.size(), kHeaderSize)) {
+    *why = SystemError("cannot read the journal " + Path());
+    return false;
+  }
+  std::vector<std::string> names;
+  for (const Entry& entry : ParseEntries(bytes, kHeaderSize)) {
+    for (const JournalPart& part : entry.parts) {
+      if (std::find(names.begin(), names.end(), part.file) == names.end()) {
+        names.push_back(part.file);
+      }
+    }
+  }
+  if (!SyncFiles(names, why)) return false;
+  applied_ = end_ = kHeaderSize;
+  lastStart_ = -1;
+  if (ftruncate(fd_, static_cast<off_t>(kHeaderSize)) != 0 || !WriteHeader() ||
+      fdatasync(fd_) != 0) {
+    *why = SystemError("cannot empty the journal " + Path());
+    return false;
+  }
+  return true;
+}
+
+}  // namespace qdb

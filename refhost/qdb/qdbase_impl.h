@@ -1,0 +1,151 @@
+// The state behind a Qdbase object, shared by the sources of the table
+// class (internal to libqdb).
+#ifndef QSLAVE_REFHOST_QDBASE_IMPL_H
+#define QSLAVE_REFHOST_QDBASE_IMPL_H
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "dbf_file.h"
+#include "dbf_header.h"
+#include "host/qdbase.h"
+#include "journal.h"
+#include "record_index.h"
+
+namespace qdb {
+
+// A record changed by the booking in progress: its image as the booking
+// left it, the bytes it had when first read, and the span that changed.
+struct StagedRecord {
+  std::string image;
+  std::string before;  // empty for a record the booking appended
+  int low = 0;         // changed bytes: [low, high)
+  int high = 0;
+  bool appended = false;
+};
+
+// The bookings API's hold on a table while it takes part in one.
+struct TableBooking {
+  std::map<long, StagedRecord> records;  // read or changed, by record number
+  long recordsAtStart = 0;
+  long long sizeAtStart = 0;
+  bool structural = false;  // appended, deleted or rekeyed
+  unsigned long errorsAtStart = 0;
+};
+
+// The bookings of this process: at most one at a time.
+struct ActiveBooking;
+
+}  // namespace qdb
+
+struct Qdbase::Impl {
+  // --- Bound by SetFiles ---------------------------------------------------
+  bool bound = false;
+  std::string path, base, fileName;
+  std::vector<std::string> idxNames, idxExprs;
+  int selected = 0;
+
+  // --- Open state ----------------------------------------------------------
+  qdb::DbfFile file;
+  std::string openFile;
+  std::string fileBase;  // the file's name within its directory
+  bool readOnly = false;
+  qdb::DbfLayout layout;
+  long records = 0;
+  std::vector<char> deleted;  // deleted[recno - 1]
+  std::vector<qdb::RecordIndex> indexes;
+  long cur = 0;  // 0: at the end / no current record
+  bool eof = true;
+  bool bof = true;
+  long generation = 0;
+  qdb::Journal* journal = nullptr;
+  qdb::FileIdentity seen;             // the file as this object last saw it
+  unsigned long long seenChanges = 0;  // the journal's change count then
+  unsigned long ioErrors = 0;
+
+  // The current record as last read (outside bookings).
+  long imageRec = 0;
+  std::string image;
+
+  // Set while the table takes part in a booking.
+  qdb::TableBooking* booking = nullptr;
+
+  // Field lookups by the caller's name text, remembered.
+  struct FieldHit {
+    const char* name = nullptr;
+    char text[12] = {};
+    int index = -1;
+  };
+  mutable FieldHit hits[8];
+  mutable int nextHit = 0;
+
+  bool IsOpen() const { return file.IsOpen(); }
+  int FindField(const char* name) const;
+  const qdb::DbfField& Field(int fi) const { return layout.fields[static_cast<size_t>(fi)]; }
+
+  // The current record's bytes, read from the file when needed; null (with
+  // a trace) when there is no current record or the read failed.
+  const char* Raw();
+  // Reads record rec from the file into *out.
+  bool ReadRecord(long rec, std::string* out);
+  // The staged image of the current record (read first if needed).
+  qdb::StagedRecord* Stage(long rec);
+
+  // Opens the bound file; on failure *why says why.
+  bool OpenFile(std::string* why);
+  void CloseFile();
+  // Reads the header and every record's deletion flag and keys again.
+  bool Load(std::string* why);
+  // Brings the indexes up to date when the file changed under this object.
+  // mustCheck: ask the file even inside a booking.
+  bool Refresh();
+  void RememberFile();
+
+  // Writes outside a booking take the directory's lock for the write.
+  bool LockForWrite();
+  void UnlockForWrite();
+
+  // Stores bytes (exactly the field's width) in field fi of the current
+  // record. Unchanged bytes write nothing; with numeric, neither does an
+  // unchanged value.
+  int Store(int fi, const std::string& bytes, bool numeric = false);
+  // Stores bytes at character pos of field fi, keeping the rest.
+  int StoreAt(int fi, int pos, const std::string& bytes, bool numeric = false);
+
+  void IoFailure(const char* what, long rec);
+
+  // Navigation helpers.
+  size_t Count() const { return static_cast<size_t>(records); }
+  long At(size_t pos) const;
+  size_t PosOf(long rec) const;
+  bool Live(size_t pos) const { return !deleted[static_cast<size_t>(At(pos) - 1)]; }
+  size_t Forward(size_t pos) const;
+  bool Backward(size_t pos, size_t* out) const;
+  void SetEnd() {
+    cur = 0;
+    eof = true;
+  }
+  void SetCurrent(long rec) {
+    cur = rec;
+    eof = false;
+    bof = false;
+  }
+  bool Writable() const { return IsOpen() && !readOnly && cur >= 1 && cur <= records; }
+};
+
+namespace qdb {
+
+// The process-wide lock wait of bookings and writes, in milliseconds.
+int LockWaitMs();
+
+// Trace of the table class: "\nQdbase: <file>: <text>".
+void TraceTable(const std::string& file, const std::string& text);
+
+// A table closed while it takes part in a booking leaves it; its writes
+// are dropped (traced).
+void LeaveBooking(Qdbase::Impl* table);
+
+}  // namespace qdb
+
+#endif
