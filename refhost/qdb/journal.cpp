@@ -235,6 +235,29 @@ bool Journal::Lock(int waitMs, std::string* why) {
   return true;
 }
 
+bool Journal::CompleteUnfinished(std::string* why) {
+  struct stat st;
+  if (stat(Path().c_str(), &st) != 0) return true;  // no journal: nothing unfinished
+  if (!mutex_.try_lock()) return true;
+  bool ok = true;
+  if (depth_ == 0 && OpenFile(true, why)) {
+    struct flock lock = {};
+    lock.l_type = F_WRLCK;
+    lock.l_whence = SEEK_SET;
+    if (fcntl(fd_, F_OFD_SETLK, &lock) == 0) {
+      depth_ = 1;
+      ok = Recover(why);
+      --depth_;
+      lock.l_type = F_UNLCK;
+      fcntl(fd_, F_OFD_SETLK, &lock);
+    }
+  } else if (depth_ == 0) {
+    ok = false;
+  }
+  mutex_.unlock();
+  return ok;
+}
+
 void Journal::Unlock() {
   if (depth_ == 0) return;
   if (--depth_ == 0) {

@@ -63,6 +63,11 @@ class Journal {
   bool Lock(int waitMs, std::string* why);
   void Unlock();
   bool Locked() const { return depth_ > 0; }
+  // Completes a booking left unfinished, when the lock is free now (a lock
+  // that is taken belongs to a live process, which finishes its booking
+  // itself). False, with *why, when an unfinished booking could not be
+  // completed.
+  bool CompleteUnfinished(std::string* why);
 
   // The change count (0 when there is no journal yet). Under the lock it
   // is exact; without it, as the file says now.

@@ -277,6 +277,12 @@ bool Qdbase::Impl::OpenFile(std::string* why) {
   openFile = fileName;
   fileBase = NameOf(fileName);
   journal = qdb::Journal::Acquire(DirectoryOf(fileName));
+  // A booking that a killed process or a power cut left unfinished is
+  // completed before the table is read.
+  std::string unfinished;
+  if (!readOnly && !journal->CompleteUnfinished(&unfinished)) {
+    qdb::TraceTable(fileName, unfinished);
+  }
   seenChanges = journal->ChangeCount();
   if (!Load(why)) {
     CloseFile();
