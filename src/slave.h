@@ -76,6 +76,9 @@ class QSLAVE_API slave {
   // (or, for DispDrv, to the caller) but its quantities could not be booked
   // on the levels; 0 otherwise. Read it with LevelsNotBooked().
   int m_LevelsNotBooked;
+  // What the library derives from the tables for this object (its tank map's
+  // age, lookups built at selection); owned, never null while it lives.
+  struct SlvState* m_State;
 
   // Simulation switch: while non-zero the status predicates answer fixed
   // values without asking the machine.

@@ -21,6 +21,10 @@ const char* kCisternIndexKeys[] = {"ID"};
 
 }  // namespace
 
+Qdbase* SlvDispTable() { return DispTable.IsOpen() ? &DispTable : nullptr; }
+Qdbase* SlvTankTable() { return TankTable.IsOpen() ? &TankTable : nullptr; }
+Qdbase* SlvCisternTable() { return CisternTable.IsOpen() ? &CisternTable : nullptr; }
+
 int _slv_OpenDatabases() {
   char path[1024];
   if (!Zu_LocalPathEx(path, sizeof path)) {

@@ -34,4 +34,37 @@ Qdbase* SlvDispenserRecord(const slave* s);
 // open colorant database" when it cannot be opened or holds no record.
 Qdbase* SlvOpenColorants(const slave* s, CZutable* colorants, const char* source, int line);
 
+// What a slave derives from the tables besides its documented members.
+struct SlvState {
+  // The tank table's Generation() when the tank map was read: a table read
+  // again since (another process added, removed or packed tanks) makes the
+  // map stale.
+  long tankGeneration = -1;
+};
+
+// The process-wide tables, when open (null otherwise); no trace.
+Qdbase* SlvDispTable();
+Qdbase* SlvTankTable();
+Qdbase* SlvCisternTable();
+
+// A booking of the library's tables: the writes made while it lives reach
+// the dispenser, tank and cistern tables together at Commit, or none does;
+// it joins a booking already in progress.
+class SlvBooking {
+ public:
+  SlvBooking() : booking_(SlvDispTable(), SlvTankTable(), SlvCisternTable()) {}
+  bool Ok() const { return booking_.Ok() != 0; }
+  bool Commit() { return booking_.Commit() != 0; }
+
+ private:
+  QdbBooking booking_;
+};
+
+// Reads the tank map (m_NumTanks, m_TankRecNo, m_TankCntId) of s's
+// dispenser from the tank table. False after an allocation failure (traced
+// by the caller).
+bool SlvLoadTankMap(slave* s, Qdbase* tanks);
+// Reads the tank map again when the tank table was read again since.
+void SlvKeepTankMapCurrent(slave* s);
+
 #endif

@@ -40,6 +40,13 @@ int slave::change_level(int circuit, double quantity, int relative, int notify) 
     TarvoTrace("\n%s (%d) level %g refused for circuit %d", kSource, __LINE__, quantity, circuit);
     return 0;
   }
+  // The level is read from the file, changed and written under the lock of
+  // the tables, tank and cistern together (or in the batch that called).
+  SlvBooking booking;
+  if (!booking.Ok()) {
+    TarvoTrace("\n%s (%d) failure writing in TANKS database", kSource, __LINE__);
+    return 0;
+  }
   double cur = 0.0, res = 0.0, max = 0.0;
   if (TankQnts(circuit, &cur, &res, &max) != 1) {
     TarvoTrace("\n%s (%d) TankQnts() failure", kSource, __LINE__);
@@ -49,7 +56,10 @@ int slave::change_level(int circuit, double quantity, int relative, int notify) 
   // master's, for a linked circuit) and, when that record names a cistern,
   // the cistern's record.
   long cistId = 0;
-  tanks->ReadLong("CIST_ID", &cistId);
+  if (tanks->FieldNo("CIST_ID") && !tanks->ReadLong("CIST_ID", &cistId)) {
+    TarvoTrace("\n%s (%d) TankQnts() failure", kSource, __LINE__);
+    return 0;
+  }
 
   double level = relative ? cur + quantity : quantity;
   if (level < 0.0) level = 0.0;
@@ -75,6 +85,10 @@ int slave::change_level(int circuit, double quantity, int relative, int notify) 
   if (cist != nullptr && cistId != 0 && !cist->WriteDouble("CUR_Q", level)) {
     TarvoTrace("\n%s (%d) failure writing in CISTERN database", kSource, __LINE__);
   }
+  if (!booking.Commit()) {
+    TarvoTrace("\n%s (%d) failure writing in TANKS database", kSource, __LINE__);
+    return 0;
+  }
   return 1;
 }
 
@@ -92,15 +106,28 @@ int slave::UpdateLevels(int count, int* circuits, double* quantities, double fac
   if (count > 0 && (circuits == nullptr || quantities == nullptr)) return 0;
 
   FlushEveryWrite flush;
+  // The whole batch is one booking: its levels reach the tables together,
+  // or, when the tables refuse them, none does.
+  SlvBooking booking;
+  if (!booking.Ok()) {
+    TarvoTrace("\n%s (%d) failure writing in TANKS database", kSource, __LINE__);
+    return 0;
+  }
   const double sign = add ? 1.0 : -1.0;
   int result = 1;
+  bool applied = false;
   for (int i = 0; i < count; ++i) {
     if (circuits[i] < 1 || circuits[i] > m_NumTanks || !(quantities[i] > 0.0)) continue;
     quantities[i] *= factor;
+    applied = true;
     if (!change_level(circuits[i], quantities[i] * sign, 1, 0)) {
       TarvoTrace("\n%s (%d) ModifyLevel() failure", kSource, __LINE__);
       result = 0;
     }
+  }
+  if (applied && !booking.Commit()) {
+    TarvoTrace("\n%s (%d) failure writing in TANKS database", kSource, __LINE__);
+    result = 0;
   }
   return result;
 }
@@ -151,10 +178,20 @@ int slave::SetLevelMax() {
   Qdbase* tanks = nullptr;
   if (!_slv_dbhandles(&disp, &tanks, nullptr)) return 0;
   FlushEveryWrite flush;
+  // Every circuit full together, or none when the tables refuse the writes.
+  SlvBooking booking;
+  if (!booking.Ok()) {
+    TarvoTrace("\n%s (%d) failure writing in TANKS database", kSource, __LINE__);
+    return 0;
+  }
   for (int circuit = 1; circuit <= m_NumTanks; ++circuit) {
     double max = 0.0;
     TankQnts(circuit, nullptr, nullptr, &max);
     change_level(circuit, max, 0, 0);
+  }
+  if (m_NumTanks >= 1 && !booking.Commit()) {
+    TarvoTrace("\n%s (%d) failure writing in TANKS database", kSource, __LINE__);
+    return 0;
   }
   return 1;
 }

@@ -76,6 +76,54 @@ int HighestTank(Qdbase* tanks, long id) {
 
 }  // namespace
 
+bool SlvLoadTankMap(slave* s, Qdbase* tanks) {
+  free(s->m_TankRecNo);
+  free(s->m_TankCntId);
+  s->m_TankRecNo = nullptr;
+  s->m_TankCntId = nullptr;
+  s->m_NumTanks = 0;
+  if (s->m_State != nullptr) s->m_State->tankGeneration = tanks->Generation();
+  const long id = s->m_DispId;
+  const int highest = HighestTank(tanks, id);
+  if (highest < 1) return true;
+  s->m_NumTanks = highest;
+  s->m_TankRecNo = static_cast<long*>(calloc(static_cast<size_t>(highest), sizeof(long)));
+  s->m_TankCntId = static_cast<long*>(calloc(static_cast<size_t>(highest), sizeof(long)));
+  if (s->m_TankRecNo == nullptr || s->m_TankCntId == nullptr) return false;
+  // Walk back from the highest tank over the dispenser's records.
+  const int savedIdx = tanks->CurrentIdx();
+  tanks->SelectIdx(2);
+  for (bool more = true; more; more = tanks->Prev() != 0) {
+    long dispId = 0;
+    if (!tanks->ReadLong("DISP_ID", &dispId) || dispId != id) break;
+    int tank = 0;
+    long cnt = 0;
+    if (tanks->ReadInt("TANK", &tank) && tank >= 1 && tank <= s->m_NumTanks) {
+      s->m_TankRecNo[tank - 1] = tanks->RecNo();
+      if (tanks->ReadLong("CNT_ID", &cnt)) s->m_TankCntId[tank - 1] = cnt;
+    }
+  }
+  tanks->SelectIdx(savedIdx);
+  return true;
+}
+
+void SlvKeepTankMapCurrent(slave* s) {
+  Qdbase* tanks = SlvTankTable();
+  if (tanks == nullptr || s->m_DispId < 1 || s->m_State == nullptr) return;
+  if (tanks->Generation() == s->m_State->tankGeneration) return;
+  // Another process changed the tank table's records (added, removed or
+  // packed tanks): the record numbers of the map may name other tanks now.
+  if (!SlvLoadTankMap(s, tanks)) {
+    TarvoTrace("%s(%d): memory alloc error", kSource, __LINE__);
+    free(s->m_TankRecNo);
+    free(s->m_TankCntId);
+    s->m_TankRecNo = nullptr;
+    s->m_TankCntId = nullptr;
+    s->m_NumTanks = 0;
+  }
+  if (s->m_Dsp != nullptr && s->m_Dsp->GetType(0, 0) != 9) s->m_NumCircuits = s->m_NumTanks;
+}
+
 int slave::Set(long id) {
   clean();
   Qdbase* disp = nullptr;
@@ -114,32 +162,10 @@ int slave::Set(long id) {
     ConfigureSerialLine(this, communic);
   }
 
-  if (tanks != nullptr && id >= 1) {
-    const int highest = HighestTank(tanks, id);
-    if (highest > 0) {
-      m_NumTanks = highest;
-      m_TankRecNo = static_cast<long*>(calloc(static_cast<size_t>(highest), sizeof(long)));
-      m_TankCntId = static_cast<long*>(calloc(static_cast<size_t>(highest), sizeof(long)));
-      if (m_TankRecNo == nullptr || m_TankCntId == nullptr) {
-        TarvoTrace("%s(%d): memory alloc error", kSource, __LINE__);
-        clean();
-        return 0;
-      }
-      // Walk back from the highest tank over the dispenser's records.
-      const int savedIdx = tanks->CurrentIdx();
-      tanks->SelectIdx(2);
-      for (bool more = true; more; more = tanks->Prev() != 0) {
-        long dispId = 0;
-        if (!tanks->ReadLong("DISP_ID", &dispId) || dispId != id) break;
-        int tank = 0;
-        long cnt = 0;
-        if (tanks->ReadInt("TANK", &tank) && tank >= 1 && tank <= m_NumTanks) {
-          m_TankRecNo[tank - 1] = tanks->RecNo();
-          if (tanks->ReadLong("CNT_ID", &cnt)) m_TankCntId[tank - 1] = cnt;
-        }
-      }
-      tanks->SelectIdx(savedIdx);
-    }
+  if (tanks != nullptr && id >= 1 && !SlvLoadTankMap(this, tanks)) {
+    TarvoTrace("%s(%d): memory alloc error", kSource, __LINE__);
+    clean();
+    return 0;
   }
 
   m_NumCircuits = (m_Dsp->GetType(0, 0) == 9) ? m_Dsp->GetCircuitCount(id) : m_NumTanks;

@@ -5,6 +5,8 @@
 #include <string.h>
 #include <sys/types.h>
 
+#include <new>
+
 #include "host/qdsp32.h"
 #include "slv_internal.h"
 
@@ -75,7 +77,7 @@ slave::slave(long id)
       m_FwVersion(-1), m_PurgeSrvFlag(0), m_DataId(0), m_CommPort(0),
       m_SerialNo(), m_LastDosedFrm(nullptr), m_LastDosedMode(0),
       m_PurgeSrvOff(0), m_PurgeSrvHost(), m_PurgeSrvPort(0), m_PurgeSrvTimeout(0),
-      m_LevelsNotBooked(0) {
+      m_LevelsNotBooked(0), m_State(new (std::nothrow) SlvState) {
   InitPurgeServerSettings(this);
   ExportDataPath();
   if (++counter == 1) {
@@ -93,7 +95,7 @@ slave::slave(const slave& o)
       m_FwVersion(-1), m_PurgeSrvFlag(0), m_DataId(0), m_Text(o.m_Text),
       m_CommPort(0), m_SerialNo(), m_LastDosedFrm(nullptr), m_LastDosedMode(0),
       m_PurgeSrvOff(0), m_PurgeSrvHost(), m_PurgeSrvPort(0), m_PurgeSrvTimeout(0),
-      m_LevelsNotBooked(0) {
+      m_LevelsNotBooked(0), m_State(new (std::nothrow) SlvState) {
   // A copy is a configuration snapshot for tank and colourant queries: it
   // shares no driver and never opens the tables.
   InitPurgeServerSettings(this);
@@ -106,6 +108,7 @@ slave::slave(const slave& o)
   snprintf(m_Model, sizeof m_Model, "%s", o.m_Model);
 
   m_NumTanks = o.m_NumTanks;
+  if (m_State != nullptr && o.m_State != nullptr) *m_State = *o.m_State;
   if (m_NumTanks > 0 && o.m_TankRecNo != nullptr && o.m_TankCntId != nullptr) {
     const size_t bytes = sizeof(long) * static_cast<size_t>(m_NumTanks);
     m_TankRecNo = static_cast<long*>(malloc(bytes));
@@ -132,6 +135,7 @@ slave::slave(const slave& o)
 slave::~slave() {
   if (counter-- == 1) _slv_CloseDatabases();
   clean();
+  delete m_State;
 }
 
 int slave::clean() {
@@ -146,6 +150,7 @@ int slave::clean() {
   free(m_TankCntId);
   m_TankRecNo = nullptr;
   m_TankCntId = nullptr;
+  if (m_State != nullptr) *m_State = SlvState();
   m_LastError = 0;
   m_SingleCircuit = 0;
   m_DataId = 0;

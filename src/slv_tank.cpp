@@ -20,13 +20,15 @@ bool ValidTank(const slave* s, int tank) {
 
 // The tank table on the tank's record, or null (no dispenser, tank out of
 // range, no record, tables closed).
-Qdbase* TankRecord(const slave* s, int tank, Qdbase** cist = nullptr) {
+Qdbase* TankRecord(slave* s, int tank, Qdbase** cist = nullptr) {
+  SlvKeepTankMapCurrent(s);
   if (s->m_DispId < 1 || !ValidTank(s, tank)) return nullptr;
   const long recno = s->m_TankRecNo[tank - 1];
   Qdbase* tanks = nullptr;
   if (recno < 1 || !_slv_dbhandles(nullptr, &tanks, nullptr)) return nullptr;
   if (cist != nullptr) _slv_dbhandles(nullptr, nullptr, cist);
-  if (tanks->RecNo() != recno && !tanks->Go(recno)) return nullptr;
+  // The record is read as it is now, also when the table is on it already.
+  if (!tanks->Go(recno)) return nullptr;
   return tanks;
 }
 
@@ -45,20 +47,20 @@ int ReadTankQnts(slave* s, int tank, double* cur, double* res, double* max) {
   Qdbase* cist = nullptr;
   Qdbase* tanks = TankRecord(s, tank, &cist);
   if (tanks == nullptr) return -1;
+  // A quantity that cannot be read is no quantity: it is never taken as 0.
   double maxQ = 0.0;
-  tanks->ReadDouble("MAX_Q", &maxQ);
+  if (!tanks->ReadDouble("MAX_Q", &maxQ)) return -1;
   if (!(maxQ > -1.0)) return 0;
 
   long cistId = 0;
-  tanks->ReadLong("CIST_ID", &cistId);
+  if (tanks->FieldNo("CIST_ID") && !tanks->ReadLong("CIST_ID", &cistId)) return -1;
   if (cistId != 0) {
     if (cist == nullptr || !SeekCistern(cist, cistId)) return -1;
-    cist->ReadDouble("MAX_Q", &maxQ);
+    if (!cist->ReadDouble("MAX_Q", &maxQ)) return -1;
   }
   if (maxQ == -1.0) return -1;
   double curQ = 0.0, resQ = 0.0;
-  tanks->ReadDouble("CUR_Q", &curQ);
-  tanks->ReadDouble("RES_Q", &resQ);
+  if (!tanks->ReadDouble("CUR_Q", &curQ) || !tanks->ReadDouble("RES_Q", &resQ)) return -1;
   if (cur != nullptr) *cur = curQ;
   if (res != nullptr) *res = resQ;
   if (max != nullptr) *max = maxQ;

@@ -169,6 +169,14 @@ class Durability : public qtest::DispenseEnv {
     ASSERT_GE(run.completed, kReportsBeforeKill);
     ASSERT_EQ(run.reportedLevels.size(), levels.size());
 
+    // The library opens the tables first, as the next process of a shop
+    // does: a booking the kill left unfinished (its journal entry synced,
+    // its table writes not all made) is completed then. Until a library
+    // process has opened them, another program can see such a booking in
+    // part.
+    slave s(1);
+    ASSERT_EQ(s.m_DispId, 1);
+
     // An independent reader reads every record of the three tables.
     std::vector<std::string> rows;
     EXPECT_EQ(qtest::DbfReadAll(tables_.FileOf(QDB_SCHEMA_DISPS), {"ID"}, &rows), 1)
@@ -198,9 +206,7 @@ class Durability : public qtest::DispenseEnv {
           << what << " holds more than one unreported update";
     }
 
-    // The library opens the same files and reads the same levels.
-    slave s(1);
-    ASSERT_EQ(s.m_DispId, 1);
+    // The library reads the same levels.
     for (const Level& l : levels) {
       if (l.table != 'T') continue;
       double cur = 0.0, res = 0.0, max = 0.0;
