@@ -32,10 +32,14 @@ void slave::SetLastDosedFormula(char* text) {
     case kModeClear:
       ClearLastDosedFormula();
       return;
-    case kModeReplace:
+    case kModeReplace: {
+      // Copied before the old text goes: a host that repeats what was sent
+      // hands back the pointer LastDosedFormula gave it.
+      char* copy = text != nullptr ? Duplicate(text) : nullptr;
       ClearLastDosedFormula();
-      if (text != nullptr) m_LastDosedFrm = Duplicate(text);
+      m_LastDosedFrm = copy;
       return;
+    }
     case kModeAppend: {
       if (text == nullptr) return;
       if (m_LastDosedFrm == nullptr) {

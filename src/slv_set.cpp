@@ -210,8 +210,10 @@ int slave::SetCommPort(int port) {
 }
 
 int slave::SetSeparateThread(int on) {
-  const bool current = m_DispId != 0 && SlvOptionOn(m_Options, 6);
-  if ((on != 0) == current) return 1;
+  // The argument itself is compared with the state (0 or 1): any other
+  // value writes the option, as '1', and selects the dispenser again.
+  const int current = (m_DispId != 0 && SlvOptionOn(m_Options, 6)) ? 1 : 0;
+  if (on == current) return 1;
   const int result = ForceOption(6, on);
   return result ? Set(m_DispId) : result;
 }
