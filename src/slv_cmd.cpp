@@ -32,12 +32,31 @@ void AppendEntries(const slave* s, std::string* text, int n, const int* tanks, c
   }
 }
 
+// The text of a dispense command after "/D": section A, ";" and section B
+// when a second list is given, and the factor when it is not 1. Empty when
+// section A holds no valid entry.
+std::string CommandText(const slave* s, int n, const int* tanks, const double* qnts, double f,
+                        int m, const int* tanks2, const double* qnts2) {
+  std::string text;
+  if (s->m_DispId < 1 || n < 1 || tanks == nullptr || qnts == nullptr) return text;
+  AppendEntries(s, &text, n, tanks, qnts);
+  if (text.empty()) return text;
+  if (m > 0) {
+    text += ";";
+    if (tanks2 != nullptr && qnts2 != nullptr) AppendEntries(s, &text, m, tanks2, qnts2);
+  }
+  if (f != 1.0) text += SlvFormat("%.3lf", f);
+  return text;
+}
+
 // Sends "/G2" or "/G0" when the dispenser has the stopper and the caller's
-// flag is exactly 1.
+// flag is exactly 1. It needs no memory: "/G0" goes out after a dispense
+// whatever else failed.
 void StopperCommand(slave* s, int flag, const char* command) {
   if (s->m_DispId != 0 && SlvOptionOn(s->m_Options, kStopperOption) && flag == 1) {
-    std::string cmd = command;
-    s->sendcommand(&cmd[0], nullptr, 0);
+    char cmd[8];
+    snprintf(cmd, sizeof cmd, "%s", command);
+    s->sendcommand(cmd, nullptr, 0);
   }
 }
 
@@ -49,6 +68,59 @@ bool Fits(slave* s, size_t length, size_t room) {
              __LINE__, length, room - 1);
   s->m_LastError = SLV_ERR_GENERIC;
   return false;
+}
+
+// The one or two passes of a dispense of a tank list (DoSplittArrays) and
+// the lists SendCommandString gets for them: list 1 alone; list 2, ";" and
+// list 1; or, with no list 1, the caller's own list unsplit.
+struct Passes {
+  std::vector<int> tanks1, tanks2;
+  std::vector<double> qnts1, qnts2;
+  int count1 = 0, count2 = 0;
+  int n = 0, m = 0;
+  int* tanks = nullptr;
+  double* qnts = nullptr;
+  int* tanksB = nullptr;
+  double* qntsB = nullptr;
+};
+
+void PlanPasses(slave* s, int n, int* tanks, double* qnts, double f, Passes* p) {
+  // Room for twice the entries: a stored splitting percentage appends its
+  // split after a full copy.
+  const size_t room = 2 * static_cast<size_t>(n);
+  p->tanks1.assign(room, 0);
+  p->tanks2.assign(room, 0);
+  p->qnts1.assign(room, 0.0);
+  p->qnts2.assign(room, 0.0);
+  s->DoSplittArrays(n, tanks, qnts, f, &p->count1, p->tanks1.data(), p->qnts1.data(), &p->count2,
+                    p->tanks2.data(), p->qnts2.data());
+  if (p->count1 >= 1 && p->count2 < 1) {
+    p->n = p->count1;
+    p->tanks = p->tanks1.data();
+    p->qnts = p->qnts1.data();
+  } else if (p->count1 >= 1) {
+    p->n = p->count2;
+    p->tanks = p->tanks2.data();
+    p->qnts = p->qnts2.data();
+    p->m = p->count1;
+    p->tanksB = p->tanks1.data();
+    p->qntsB = p->qnts1.data();
+  } else {
+    p->n = n;
+    p->tanks = tanks;
+    p->qnts = qnts;
+  }
+}
+
+// Whether the command a dispense of this tank list sends can be built
+// whole: the same passes and text, checked before any level is booked. A
+// refusal is traced and leaves error 15.
+bool DispenseCommandFits(slave* s, int n, int* tanks, double* qnts, double f) {
+  Passes p;
+  PlanPasses(s, n, tanks, qnts, f, &p);
+  const std::string text = CommandText(s, p.n, p.tanks, p.qnts, f, p.m, p.tanksB, p.qntsB);
+  // The text must fit the buffer, and "/D" with it the command.
+  return Fits(s, text.size(), SLV_CMD_BUFFER) && Fits(s, text.size() + 2, SLV_CMD_BUFFER);
 }
 
 }  // namespace
@@ -97,15 +169,8 @@ int slave::DoSplittArrays(int n, int* tanks, double* qnts, double f, int* count1
 char* slave::MakeCommandString(int n, int* tanks, double* qnts, double f, int m, int* tanks2,
                                double* qnts2) {
   memset(g_commandBuffer, 0, sizeof g_commandBuffer);
-  if (m_DispId < 1 || n < 1 || tanks == nullptr || qnts == nullptr) return g_commandBuffer;
-  std::string text;
-  AppendEntries(this, &text, n, tanks, qnts);
+  const std::string text = CommandText(this, n, tanks, qnts, f, m, tanks2, qnts2);
   if (text.empty()) return g_commandBuffer;
-  if (m > 0) {
-    text += ";";
-    if (tanks2 != nullptr && qnts2 != nullptr) AppendEntries(this, &text, m, tanks2, qnts2);
-  }
-  if (f != 1.0) text += SlvFormat("%.3lf", f);
   if (Fits(this, text.size(), sizeof g_commandBuffer)) {
     memcpy(g_commandBuffer, text.c_str(), text.size() + 1);
   }
@@ -145,6 +210,9 @@ int slave::Dispense(char* frm, double f, double u, int w, int updLevels, int g2B
   std::vector<int> tanks(tankList.data(), tankList.data() + n);
   std::vector<double> qnts(qntList.data(), qntList.data() + n);
 
+  // Every check that can refuse the command runs before any level is
+  // booked: nothing is booked for a command that is never sent.
+  if (!DispenseCommandFits(this, n, tanks.data(), qnts.data(), 1.0)) return 0;
   // Levels go down before the command is sent and stay down if the machine
   // refuses it.
   if (updLevels && !UpdateLevels(n, tanks.data(), qnts.data(), 1.0, 0)) m_LevelsNotBooked = 1;
@@ -156,23 +224,14 @@ int slave::Dispense(char* frm, double f, double u, int w, int updLevels, int g2B
 }
 
 int slave::Dispense(int n, int* tanks, double* qnts, double f) {
-  if (m_DispId < 1 || n < 1 || tanks == nullptr || qnts == nullptr) return 0;
-  // Room for twice the entries: a stored splitting percentage appends its
-  // split after a full copy.
-  const size_t room = 2 * static_cast<size_t>(n);
-  std::vector<int> tanks1(room, 0), tanks2(room, 0);
-  std::vector<double> qnts1(room, 0.0), qnts2(room, 0.0);
-  int count1 = 0, count2 = 0;
-  DoSplittArrays(n, tanks, qnts, f, &count1, tanks1.data(), qnts1.data(), &count2, tanks2.data(),
-                 qnts2.data());
-  if (count1 >= 1 && count2 < 1) {
-    return SendCommandString(count1, tanks1.data(), qnts1.data(), f, 0, nullptr, nullptr);
-  }
-  if (count1 >= 1) {
-    return SendCommandString(count2, tanks2.data(), qnts2.data(), f, count1, tanks1.data(),
-                             qnts1.data());
-  }
-  return SendCommandString(n, tanks, qnts, f, 0, nullptr, nullptr);
+  if (m_DispId < 1) return 0;
+  if (n >= 1 && (tanks == nullptr || qnts == nullptr)) return 0;
+  // An empty list sends nothing; like every dispense command it clears the
+  // last dosed formula on the way (SendCommandString).
+  if (n < 1) return SendCommandString(0, nullptr, nullptr, f, 0, nullptr, nullptr);
+  Passes p;
+  PlanPasses(this, n, tanks, qnts, f, &p);
+  return SendCommandString(p.n, p.tanks, p.qnts, f, p.m, p.tanksB, p.qntsB);
 }
 
 int slave::DispenseByColorant(char* frm, double f, double u, int w, int) {
@@ -271,16 +330,18 @@ int slave::DispDrv(char* frm, char* out, int outLen, double f, double u, int w, 
                        : SlvFormat("%d,%.3lf,", tanks[i], qnts[i]);
   }
   if (text.size() <= 1) return 0;
-  if (updLevels && !UpdateLevels(n, tanks.data(), qnts.data(), 1.0, 0)) m_LevelsNotBooked = 1;
   if (style != 1) text.back() = '"';
-  // The caller's buffer holds outLen + 1 bytes; a longer text is refused.
+  // The caller's buffer holds outLen + 1 bytes; a longer text is refused,
+  // before any level is booked.
   if (text.size() > static_cast<size_t>(outLen)) {
     TarvoTrace("\n%s(%d): DispDrv text of %zu characters refused: room for %d", kSource, __LINE__,
                text.size(), outLen);
     m_LastError = SLV_ERR_GENERIC;
     return 0;
   }
+  if (updLevels && !UpdateLevels(n, tanks.data(), qnts.data(), 1.0, 0)) m_LevelsNotBooked = 1;
   memcpy(out, text.c_str(), text.size());
   out[text.size()] = '\0';
+  out[outLen] = '\0';
   return 1;
 }

@@ -132,10 +132,12 @@ int slave::SplitFrmToTanks(char* frm, Zu_LongArray* cnts, Zu_IntArray* tanks, Zu
   if (n == 0) return 0;
 
   // A quantity that is negative or not a finite number names no dispense:
-  // the whole formula is refused before anything is split.
+  // the whole formula is refused before anything is split. A quantity
+  // within the tolerance of zero is zero, not negative. A colourant id
+  // below 1 is no refusal here: that colourant is in no tank (error 19).
   for (int i = 0; i < n; ++i) {
     const double scaled = f * quantities[i] * u;
-    if (!std::isfinite(scaled) || scaled < 0.0 || ids[i] < 1) {
+    if (!std::isfinite(scaled) || scaled < -kSlvEpsilon) {
       TarvoTrace("\n%s(%d): formula refused: colorant %ld quantity %g", kSource, __LINE__, ids[i],
                  scaled);
       m_LastError = SLV_ERR_GENERIC;

@@ -179,11 +179,13 @@ PreparedFormula PrepareFormula(slave* s, char* formula, double size, double base
   Zu_Frm frm;
   frm.set("");
   frm.set(formula);
-  // The conversion only turns weights into volumes; the one scaling by
-  // size / baseSize is the resize below.
+  // The conversion only turns weights into volumes (factor 1); the one
+  // scaling by size / baseSize is the resize below. Converting with the
+  // factor size / baseSize as well would scale the formula twice.
   if (mode != 0 && frm.to_volume(&colorants, 1.0, 3, 0) < 0) return prepared;
-  // A base size of 0 cannot be scaled from: nothing is judged.
-  if (frm.resize(baseSize, size, 12, 0) < 0) return prepared;
+  // A formula that cannot be scaled (a base size of 0) stays as written and
+  // is judged so.
+  frm.resize(baseSize, size, 12, 0);
   const int n = frm.count();
   if (n <= 0) return prepared;
   prepared.ids.resize(static_cast<size_t>(n));
@@ -193,7 +195,10 @@ PreparedFormula PrepareFormula(slave* s, char* formula, double size, double base
 }
 
 // Appends every tank of a colourant, with the colourant beside each.
+// Colourant 0 marks an empty tank: it is in no tank, so nothing is listed
+// (CntToTanks would list the empty ones).
 void ListTanks(slave* s, long cnt, Zu_IntArray& circuits, Zu_IntArray& colourants) {
+  if (cnt < 1) return;
   const int n = s->CntToNumTanks(cnt);
   std::vector<int> tanks(static_cast<size_t>(n));
   if (n > 0) s->CntToTanks(cnt, n, tanks.data());

@@ -30,11 +30,8 @@ long ColourantOf(const slave* s, int circuit) {
 
 int slave::ParseDispensedRequest(char* reply, int* circuits, double* requested, double* dispensed) {
   if (m_DispId < 1 || reply == nullptr || reply[0] == '\0') return -1;
-  // A reply that does not fit the work buffer is not read in part.
-  if (strlen(reply) > SLV_CMD_BUFFER - 1) {
-    TarvoTrace("\n%s(%d): reply of %zu characters refused", kSource, __LINE__, strlen(reply));
-    return -1;
-  }
+  // The reply is read whole, however long: a copy cut at 511 characters
+  // would lose the groups past it, or cut one in two.
   std::string text = reply;
   const long open = std::count(text.begin(), text.end(), '(');
   const long close = std::count(text.begin(), text.end(), ')');
@@ -194,15 +191,31 @@ int slave::DispensedRequest(char* request, char* out, int outSize) {
   const size_t cut = command.find(';');
   const std::string firstPart = command.substr(0, cut);
   const std::string secondPart = cut == std::string::npos ? "" : command.substr(cut + 1);
+  // Both queries are checked before the first is sent: a request whose
+  // query cannot be built whole asks the machine nothing (no bare "/O").
+  if (firstPart.empty()) {
+    TarvoTrace("\n%s(%d): request builds no query", kSource, __LINE__);
+    m_LastError = SLV_ERR_GENERIC;
+    return 0;
+  }
+  for (const std::string* part : {&firstPart, &secondPart}) {
+    const size_t length = part->size() + 2;
+    if (length < SLV_CMD_BUFFER) continue;
+    TarvoTrace("\n%s(%d): query of %zu characters refused: room for %d", kSource, __LINE__, length,
+               SLV_CMD_BUFFER - 1);
+    m_LastError = SLV_ERR_GENERIC;
+    return 0;
+  }
 
   char reply[SLV_CMD_BUFFER] = "";
-  std::string query = "/O" + firstPart;
-  int result = sendcommand(&query[0], reply, sizeof reply - 1);
+  char query[SLV_CMD_BUFFER];
+  snprintf(query, sizeof query, "/O%s", firstPart.c_str());
+  int result = sendcommand(query, reply, sizeof reply - 1);
   bool correct = false;
   if (result == 0) {
     if (secondPart.empty()) return 0;
-    query = "/O" + secondPart;
-    result = sendcommand(&query[0], reply, sizeof reply - 1);
+    snprintf(query, sizeof query, "/O%s", secondPart.c_str());
+    result = sendcommand(query, reply, sizeof reply - 1);
     if (result == 0) return 0;
     correct = true;
   }

@@ -158,10 +158,12 @@ int SplitLinked(ColourantInDispenser* c, int lo, int hi, double qnt, double th, 
 
 int ColourantInDispenser::SplitQnt(long cnt, double qnt) {
   // A quantity that is not a number, infinite or negative names no dispense.
-  if (cnt < 1 || !std::isfinite(qnt) || qnt < -kSlvEpsilon) return 0;
+  if (!std::isfinite(qnt) || qnt < -kSlvEpsilon) return 0;
+  // The machine judges every colourant id it is given, 0 included.
   if (m_Slave != nullptr && m_Slave->m_Dsp != nullptr && m_Slave->m_Dsp->GetType(0, 0) == 9) {
     return DriverLevelCheck(m_Slave, cnt, qnt);
   }
+  if (cnt == 0) return 0;
   CntStatus status = CNT_ABSENT;
   if (!Read(cnt) || !IsCntOK(&status)) return 0;
 

@@ -119,13 +119,16 @@ void slave::CntsList(long* out) {
   }
 }
 
+// The three tank-map queries answer for any colourant id, 0 included: 0
+// marks an empty tank (or a gap in the numbering), so they count and list
+// the empty tanks. What doses or books refuses colourant 0 itself.
 int slave::CntToNumTanks(long cnt) {
-  if (cnt < 1 || m_TankCntId == nullptr) return 0;
+  if (m_TankCntId == nullptr) return 0;
   return static_cast<int>(std::count(m_TankCntId, m_TankCntId + m_NumTanks, cnt));
 }
 
 int slave::CntToTank(long cnt) {
-  if (cnt < 1 || m_TankCntId == nullptr) return 0;
+  if (m_TankCntId == nullptr) return 0;
   for (int i = 0; i < m_NumTanks; ++i) {
     if (m_TankCntId[i] == cnt) return i + 1;
   }
@@ -133,7 +136,7 @@ int slave::CntToTank(long cnt) {
 }
 
 void slave::CntToTanks(long cnt, int max, int* out) {
-  if (cnt < 1 || out == nullptr || m_TankCntId == nullptr) return;
+  if (out == nullptr || m_TankCntId == nullptr) return;
   int found = 0;
   for (int i = 0; i < m_NumTanks && found < max; ++i) {
     if (m_TankCntId[i] == cnt) out[found++] = i + 1;
@@ -141,7 +144,9 @@ void slave::CntToTanks(long cnt, int max, int* out) {
 }
 
 int slave::CntQntToTank(long cnt, double qnt) {
-  if (!std::isfinite(qnt)) return 0;
+  // The answer is the tank a quantity is taken from: an empty tank (colourant
+  // 0) or a colourant id below 0 names none.
+  if (cnt < 1 || !std::isfinite(qnt)) return 0;
   const int n = CntToNumTanks(cnt);
   if (n == 0) return 0;
   if (n == 1 || qnt < kSlvEpsilon) return CntToTank(cnt);
@@ -286,6 +291,9 @@ int slave::TankQnts(int tank, double* cur, double* res, double* max) {
   if (own == -1) return 0;
 
   // A secondary tank of a linked group answers its master's quantities.
+  // Empty tanks (colourant 0) form no group: one never answers, nor books
+  // on, another empty tank's record.
+  if (m_TankCntId[tank - 1] < 1) return 0;
   const int n = CntToNumTanks(m_TankCntId[tank - 1]);
   std::vector<int> group(static_cast<size_t>(n));
   CntToTanks(m_TankCntId[tank - 1], n, group.data());
@@ -355,7 +363,9 @@ int slave::CheckLevel(int tank, double qnt) {
   Qdbase* tanks = nullptr;
   if (!_slv_dbhandles(nullptr, &tanks, nullptr)) return 0;
   double cur = 0.0, res = 0.0;
-  if (TankQnts(tank, &cur, &res, nullptr) < 1) return 0;
+  // A secondary whose master's quantities cannot be had answers -1 with
+  // both quantities 0; it is judged on those.
+  if (TankQnts(tank, &cur, &res, nullptr) == 0) return 0;
   return slave_test_level(cur - qnt, res);
 }
 

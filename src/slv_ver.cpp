@@ -26,8 +26,12 @@ int slave::VerifyFormula(char* frm, int checkWeights) {
   formula.parse(ids.data(), qnts.data());
 
   // A colourant this dispenser lacks is acceptable only in a zero quantity.
+  // Colourant 0 marks an empty tank: no tank holds it, though CntToTank
+  // finds the empty ones.
   for (int i = 0; i < n; ++i) {
-    if (CntToTank(static_cast<long>(ids[i])) < 1 && qnts[i] > kSlvEpsilon) return 0;
+    const long cnt = static_cast<long>(ids[i]);
+    const bool held = cnt >= 1 && CntToTank(cnt) >= 1;
+    if (!held && qnts[i] > kSlvEpsilon) return 0;
   }
   if (!checkWeights) return 1;
 
