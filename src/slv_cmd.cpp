@@ -126,7 +126,7 @@ bool DispenseCommandFits(slave* s, int n, int* tanks, double* qnts, double f) {
 }  // namespace
 
 int slave::DoSplittArrays(int n, int* tanks, double* qnts, double f, int* count1, int* tanks1,
-                          double* qnts1, int* count2, int* tanks2, double* qnts2) {
+                          double* qnts1, int* count2, int* tanks2, double* qnts2) try {
   *count1 = 0;
   *count2 = 0;
   if (m_DispId == 0 || !SlvOptionOn(m_Options, kSplitOption)) {
@@ -164,10 +164,12 @@ int slave::DoSplittArrays(int n, int* tanks, double* qnts, double f, int* count1
     }
   }
   return 1;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
 char* slave::MakeCommandString(int n, int* tanks, double* qnts, double f, int m, int* tanks2,
-                               double* qnts2) {
+                               double* qnts2) try {
   memset(g_commandBuffer, 0, sizeof g_commandBuffer);
   const std::string text = CommandText(this, n, tanks, qnts, f, m, tanks2, qnts2);
   if (text.empty()) return g_commandBuffer;
@@ -175,10 +177,13 @@ char* slave::MakeCommandString(int n, int* tanks, double* qnts, double f, int m,
     memcpy(g_commandBuffer, text.c_str(), text.size() + 1);
   }
   return g_commandBuffer;
+} catch (...) {
+  memset(g_commandBuffer, 0, sizeof g_commandBuffer);
+  return SlvFailed(this, kSource, __LINE__, __func__, g_commandBuffer);
 }
 
 int slave::SendCommandString(int n, int* tanks, double* qnts, double f, int m, int* tanks2,
-                             double* qnts2) {
+                             double* qnts2) try {
   if (m_DispId < 1) return 0;
   SetLastDosedFormula(nullptr);
   const char* text = MakeCommandString(n, tanks, qnts, f, m, tanks2, qnts2);
@@ -192,10 +197,12 @@ int slave::SendCommandString(int n, int* tanks, double* qnts, double f, int m, i
     SetLastDosedFormula(command + 2);
   }
   return result;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
 int slave::Dispense(char* frm, double f, double u, int w, int updLevels, int g2Before,
-                    int g0After) {
+                    int g0After) try {
   TarvoTrace("\nQslave::Dispense( Frm=[%s], f=%.4lf, u=%.4lf, w=%d)\n", frm != nullptr ? frm : "",
              f, u, w);
   m_LevelsNotBooked = 0;
@@ -221,9 +228,11 @@ int slave::Dispense(char* frm, double f, double u, int w, int updLevels, int g2B
   const int result = Dispense(n, tanks.data(), qnts.data(), 1.0);
   StopperCommand(this, g0After, "/G0");
   return result;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
-int slave::Dispense(int n, int* tanks, double* qnts, double f) {
+int slave::Dispense(int n, int* tanks, double* qnts, double f) try {
   if (m_DispId < 1) return 0;
   if (n >= 1 && (tanks == nullptr || qnts == nullptr)) return 0;
   // An empty list sends nothing; like every dispense command it clears the
@@ -232,9 +241,11 @@ int slave::Dispense(int n, int* tanks, double* qnts, double f) {
   Passes p;
   PlanPasses(this, n, tanks, qnts, f, &p);
   return SendCommandString(p.n, p.tanks, p.qnts, f, p.m, p.tanksB, p.qntsB);
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
-int slave::DispenseByColorant(char* frm, double f, double u, int w, int) {
+int slave::DispenseByColorant(char* frm, double f, double u, int w, int) try {
   const int len = TranslateFormulaFromCntIdToCntCode(frm, nullptr, f, u, w);
   std::vector<char> codes(static_cast<size_t>(len > 0 ? len : 0) + 1, '\0');
   if (len > 0) TranslateFormulaFromCntIdToCntCode(frm, codes.data(), f, u, w);
@@ -243,6 +254,8 @@ int slave::DispenseByColorant(char* frm, double f, double u, int w, int) {
              frm != nullptr ? frm : "", codes.data(), f, u, w);
   if (command.size() <= 2) return 0;
   return sendcommand(&command[0], nullptr, 0);
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
 namespace {
@@ -272,7 +285,7 @@ bool CircuitGroups(const std::string& field, int pairsPerCmd, std::vector<std::s
 
 }  // namespace
 
-int slave::DispenseByCircuit(char* frm, int pairsPerCmd, int g2Before, int g0After) {
+int slave::DispenseByCircuit(char* frm, int pairsPerCmd, int g2Before, int g0After) try {
   m_LevelsNotBooked = 0;
   if (frm == nullptr || frm[0] == '\0' || pairsPerCmd < 1) {
     m_LastError = SLV_ERR_GENERIC;
@@ -287,18 +300,20 @@ int slave::DispenseByCircuit(char* frm, int pairsPerCmd, int g2Before, int g0Aft
     return 0;
   }
 
-  StopperCommand(this, g2Before, "/G2");
+  // Every command is made before the first goes out: once "/G2" is sent
+  // nothing needs memory of its own until "/G0" is.
   const bool byPosition = m_Dsp != nullptr && m_Dsp->GetType(0, 0) == 9;
+  const char* prefix = !byPosition ? "/D" : m_PurgeSrvFlag ? "/D(PURGEBYPOS)" : "/D(DISPBYPOS)";
+  std::vector<std::string> commands;
+  commands.reserve(groups.size());
+  for (const std::string& group : groups) commands.push_back(prefix + group);
+
+  StopperCommand(this, g2Before, "/G2");
   int result = 0;
-  for (std::string& group : groups) {
-    std::string command;
-    if (!byPosition) {
-      if (UpdateLevelsByFormula(&group[0]) != 1) m_LevelsNotBooked = 1;
-      command = "/D" + group;
-    } else {
-      command = (m_PurgeSrvFlag ? "/D(PURGEBYPOS)" : "/D(DISPBYPOS)") + group;
-    }
-    result = sendcommand(&command[0], nullptr, 0);
+  for (size_t i = 0; i < groups.size(); ++i) {
+    std::string& group = groups[i];
+    if (!byPosition && UpdateLevelsByFormula(&group[0]) != 1) m_LevelsNotBooked = 1;
+    result = sendcommand(&commands[i][0], nullptr, 0);
     if (result != 0) {
       UpdateDspPurgeServerAfterDispensing(&group[0]);
       SetLastDosedFormula(&group[0]);
@@ -306,10 +321,12 @@ int slave::DispenseByCircuit(char* frm, int pairsPerCmd, int g2Before, int g0Aft
   }
   StopperCommand(this, g0After, "/G0");
   return result;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
 int slave::DispDrv(char* frm, char* out, int outLen, double f, double u, int w, int updLevels,
-                   int style) {
+                   int style) try {
   m_LevelsNotBooked = 0;
   if (out == nullptr || outLen <= 0) return 0;
   Zu_IntArray tankList;
@@ -344,4 +361,6 @@ int slave::DispDrv(char* frm, char* out, int outLen, double f, double u, int w, 
   out[text.size()] = '\0';
   out[outLen] = '\0';
   return 1;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }

@@ -3,9 +3,11 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include "slave.h"
+#include "slv_internal.h"
 
 namespace {
+
+const char kSource[] = "slv_last";
 
 enum { kModeClear = 0, kModeReplace = 1, kModeAppend = 2 };
 
@@ -27,7 +29,7 @@ void slave::ClearLastDosedFormula() {
   m_LastDosedFrm = nullptr;
 }
 
-void slave::SetLastDosedFormula(char* text) {
+void slave::SetLastDosedFormula(char* text) try {
   switch (m_LastDosedMode) {
     case kModeClear:
       ClearLastDosedFormula();
@@ -59,4 +61,6 @@ void slave::SetLastDosedFormula(char* text) {
     default:
       return;
   }
+} catch (...) {
+  SlvNoteFailure(this, kSource, __LINE__, __func__);
 }

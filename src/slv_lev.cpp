@@ -28,7 +28,7 @@ class FlushEveryWrite {
 
 }  // namespace
 
-int slave::change_level(int circuit, double quantity, int relative, int notify) {
+int slave::change_level(int circuit, double quantity, int relative, int notify) try {
   Qdbase* disp = nullptr;
   Qdbase* tanks = nullptr;
   Qdbase* cist = nullptr;
@@ -76,9 +76,11 @@ int slave::change_level(int circuit, double quantity, int relative, int notify) 
     TarvoTrace("\n%s (%d) failure writing in CISTERN database", kSource, __LINE__);
   }
   return 1;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
-int slave::UpdateLevels(int count, int* circuits, double* quantities, double factor, int add) {
+int slave::UpdateLevels(int count, int* circuits, double* quantities, double factor, int add) try {
   if (m_DispId < 1) {
     TarvoTrace("\n%s (%d) id == %ld", kSource, __LINE__, m_DispId);
     return 0;
@@ -103,17 +105,21 @@ int slave::UpdateLevels(int count, int* circuits, double* quantities, double fac
     }
   }
   return result;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
-int slave::UpdateLevels(char* formula, double f1, double f2, int mode, int add) {
+int slave::UpdateLevels(char* formula, double f1, double f2, int mode, int add) try {
   Zu_IntArray tanks;
   Zu_DoubleArray qnts;
   const int n = SplitFrmToTanks(formula, nullptr, &tanks, &qnts, f1, f2, mode, 0, nullptr);
   if (n < 1) return 0;
   return UpdateLevels(n, tanks.data(), qnts.data(), 1.0, add);
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
-int slave::UpdateLevelsByFormula(char* text) {
+int slave::UpdateLevelsByFormula(char* text) try {
   if (text == nullptr || text[0] == '\0') return 0;
   std::string copy = text;
   for (char& c : copy) {
@@ -143,9 +149,11 @@ int slave::UpdateLevelsByFormula(char* text) {
   }
   if (circuits.size() != n) return 0;
   return UpdateLevels(static_cast<int>(n), circuits.data(), quantities.data(), 1.0, 0);
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
-int slave::SetLevelMax() {
+int slave::SetLevelMax() try {
   if (m_DispId < 1) return 0;
   Qdbase* disp = nullptr;
   Qdbase* tanks = nullptr;
@@ -157,6 +165,8 @@ int slave::SetLevelMax() {
     change_level(circuit, max, 0, 0);
   }
   return 1;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
 // --- Level warnings --------------------------------------------------------
@@ -203,8 +213,8 @@ void ListTanks(slave* s, long cnt, Zu_IntArray& circuits, Zu_IntArray& colourant
   std::vector<int> tanks(static_cast<size_t>(n));
   if (n > 0) s->CntToTanks(cnt, n, tanks.data());
   for (int tank : tanks) {
-    circuits.append(tank);
-    colourants.append(static_cast<int>(cnt));
+    SlvAppend(&circuits, tank);
+    SlvAppend(&colourants, static_cast<int>(cnt));
   }
 }
 
@@ -226,16 +236,18 @@ int ListColourants(slave* s, const PreparedFormula& prepared, Zu_IntArray& circu
 }  // namespace
 
 int slave::GetCircuitsUnderCriticalLevel(char* formula, double size, double baseSize, int mode,
-                                         Zu_IntArray& circuits, Zu_IntArray& colourants) {
+                                         Zu_IntArray& circuits, Zu_IntArray& colourants) try {
   circuits.clear();
   colourants.clear();
   const PreparedFormula prepared = PrepareFormula(this, formula, size, baseSize, mode);
   return ListColourants(this, prepared, circuits, colourants,
                         [](int verdict) { return verdict <= 0; });
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
 int slave::GetCircuitsUnderWarningLevel(char* formula, double size, double baseSize, int mode,
-                                        Zu_IntArray& circuits, Zu_IntArray& colourants) {
+                                        Zu_IntArray& circuits, Zu_IntArray& colourants) try {
   const double factor = baseSize > 0.0 ? size / baseSize : 1.0;
   Zu_LongArray ids;
   Zu_IntArray tanks;
@@ -247,8 +259,8 @@ int slave::GetCircuitsUnderWarningLevel(char* formula, double size, double baseS
       if (CheckLevel(tanks[i], qnts[i]) > 1) continue;
       const int tank = tanks[i];
       const bool known = tank >= 1 && tank <= m_NumTanks && m_TankCntId != nullptr;
-      circuits.append(tank);
-      colourants.append(known ? static_cast<int>(m_TankCntId[tank - 1]) : 0);
+      SlvAppend(&circuits, tank);
+      SlvAppend(&colourants, known ? static_cast<int>(m_TankCntId[tank - 1]) : 0);
     }
     return 1;
   }
@@ -258,4 +270,6 @@ int slave::GetCircuitsUnderWarningLevel(char* formula, double size, double baseS
   const PreparedFormula prepared = PrepareFormula(this, formula, size, baseSize, mode);
   return ListColourants(this, prepared, circuits, colourants,
                         [](int verdict) { return verdict == 1; });
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }

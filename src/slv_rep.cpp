@@ -28,7 +28,7 @@ long ColourantOf(const slave* s, int circuit) {
 
 }  // namespace
 
-int slave::ParseDispensedRequest(char* reply, int* circuits, double* requested, double* dispensed) {
+int slave::ParseDispensedRequest(char* reply, int* circuits, double* requested, double* dispensed) try {
   if (m_DispId < 1 || reply == nullptr || reply[0] == '\0') return -1;
   // The reply is read whole, however long: a copy cut at 511 characters
   // would lose the groups past it, or cut one in two.
@@ -55,9 +55,11 @@ int slave::ParseDispensedRequest(char* reply, int* circuits, double* requested, 
     ++groups;
   }
   return groups;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, -1);
 }
 
-int slave::FormulaRequest(char* reply, char* out, int outSize, int mode) {
+int slave::FormulaRequest(char* reply, char* out, int outSize, int mode) try {
   if (out == nullptr || outSize < 1 || reply == nullptr || reply[0] == '\0') return -1;
   Qdbase* disp = nullptr;
   Qdbase* tanks = nullptr;
@@ -102,23 +104,33 @@ int slave::FormulaRequest(char* reply, char* out, int outSize, int mode) {
     }
   }
   return 1;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, -1);
 }
 
-int slave::FormulaRemainingRequest(char* reply, char* out, int outSize) {
+int slave::FormulaRemainingRequest(char* reply, char* out, int outSize) try {
   return FormulaRequest(reply, out, outSize, kRemaining);
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, -1);
 }
 
-int slave::FormulaDispensedRequest(char* reply, char* out, int outSize) {
+int slave::FormulaDispensedRequest(char* reply, char* out, int outSize) try {
   return FormulaRequest(reply, out, outSize, kDispensed);
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, -1);
 }
 
-int slave::FormulaTotalOriginalRequest(char* reply, char* out, int outSize) {
+int slave::FormulaTotalOriginalRequest(char* reply, char* out, int outSize) try {
   return FormulaRequest(reply, out, outSize, kTotalOriginal);
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, -1);
 }
 
-int slave::FormulaRemainingRequestT7R(int a, char* b, int c, char* d, int e) {
+int slave::FormulaRemainingRequestT7R(int a, char* b, int c, char* d, int e) try {
   if (m_Dsp == nullptr || m_Dsp->GetType(0, 0) != 9) return 0;
   return m_Dsp->FormulaRemainingRequest(a, b, c, d, e);
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
 namespace {
@@ -161,7 +173,7 @@ double DispensedIn(const std::string& reply, int circuit) {
 
 }  // namespace
 
-int slave::DispensedRequest(char* request, char* out, int outSize) {
+int slave::DispensedRequest(char* request, char* out, int outSize) try {
   if (m_DispId < 1 || request == nullptr || out == nullptr || outSize < 1) return 0;
   if (strlen(request) > SLV_CMD_BUFFER - 1) return 0;
   const std::string text = request;
@@ -239,4 +251,6 @@ int slave::DispensedRequest(char* request, char* out, int outSize) {
   }
   memcpy(out, report.c_str(), report.size() + 1);
   return result;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }

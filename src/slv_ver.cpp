@@ -12,7 +12,7 @@ const char kSource[] = "slv_ver";
 
 }  // namespace
 
-int slave::VerifyFormula(char* frm, int checkWeights) {
+int slave::VerifyFormula(char* frm, int checkWeights) try {
   if (m_DispId < 1 || frm == nullptr) return 0;
   Qdbase* disp = nullptr;
   Qdbase* tanks = nullptr;
@@ -49,9 +49,11 @@ int slave::VerifyFormula(char* frm, int checkWeights) {
   }
   colorants.Close();
   return result;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
-int slave::CheckLevel(char* frm, double a, double b, int c, Zu_IntArray* low) {
+int slave::CheckLevel(char* frm, double a, double b, int c, Zu_IntArray* low) try {
   if (m_Dsp != nullptr && m_Dsp->GetType(0, 0) == 9) {
     // The machine judges its levels itself from the codes.
     const int len = TranslateFormulaFromCntIdToCntCode(frm, nullptr, a, b, c);
@@ -68,7 +70,9 @@ int slave::CheckLevel(char* frm, double a, double b, int c, Zu_IntArray* low) {
   for (int i = 0; i < rows; ++i) {
     const int own = CheckLevel(tanks[i], qnts[i]);
     if (own < verdict) verdict = own;
-    if (low != nullptr && own <= 1) low->append(tanks[i]);
+    if (low != nullptr && own <= 1) SlvAppend(low, tanks[i]);
   }
   return verdict;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
