@@ -9,6 +9,11 @@
 //
 // Calls are made from one thread at a time: all objects share the three
 // configuration tables, the static hooks and one 512-byte command buffer.
+//
+// No exception leaves the library: an operation that fails for want of
+// memory (or on any exception) answers its failure value, sets error 15 on
+// the object and writes one trace line "<source>(<line>): <function>: out
+// of memory".
 #ifndef QSLAVE_SLAVE_H
 #define QSLAVE_SLAVE_H
 

@@ -32,12 +32,31 @@ void AppendEntries(const slave* s, std::string* text, int n, const int* tanks, c
   }
 }
 
+// The text of a dispense command after "/D": section A, ";" and section B
+// when a second list is given, and the factor when it is not 1. Empty when
+// section A holds no valid entry.
+std::string CommandText(const slave* s, int n, const int* tanks, const double* qnts, double f,
+                        int m, const int* tanks2, const double* qnts2) {
+  std::string text;
+  if (s->m_DispId < 1 || n < 1 || tanks == nullptr || qnts == nullptr) return text;
+  AppendEntries(s, &text, n, tanks, qnts);
+  if (text.empty()) return text;
+  if (m > 0) {
+    text += ";";
+    if (tanks2 != nullptr && qnts2 != nullptr) AppendEntries(s, &text, m, tanks2, qnts2);
+  }
+  if (f != 1.0) text += SlvFormat("%.3lf", f);
+  return text;
+}
+
 // Sends "/G2" or "/G0" when the dispenser has the stopper and the caller's
-// flag is exactly 1.
+// flag is exactly 1. It needs no memory: "/G0" goes out after a dispense
+// whatever else failed.
 void StopperCommand(slave* s, int flag, const char* command) {
   if (s->m_DispId != 0 && SlvOptionOn(s->m_Options, kStopperOption) && flag == 1) {
-    std::string cmd = command;
-    s->sendcommand(&cmd[0], nullptr, 0);
+    char cmd[8];
+    snprintf(cmd, sizeof cmd, "%s", command);
+    s->sendcommand(cmd, nullptr, 0);
   }
 }
 
@@ -51,10 +70,63 @@ bool Fits(slave* s, size_t length, size_t room) {
   return false;
 }
 
+// The one or two passes of a dispense of a tank list (DoSplittArrays) and
+// the lists SendCommandString gets for them: list 1 alone; list 2, ";" and
+// list 1; or, with no list 1, the caller's own list unsplit.
+struct Passes {
+  std::vector<int> tanks1, tanks2;
+  std::vector<double> qnts1, qnts2;
+  int count1 = 0, count2 = 0;
+  int n = 0, m = 0;
+  int* tanks = nullptr;
+  double* qnts = nullptr;
+  int* tanksB = nullptr;
+  double* qntsB = nullptr;
+};
+
+void PlanPasses(slave* s, int n, int* tanks, double* qnts, double f, Passes* p) {
+  // Room for twice the entries: a stored splitting percentage appends its
+  // split after a full copy.
+  const size_t room = 2 * static_cast<size_t>(n);
+  p->tanks1.assign(room, 0);
+  p->tanks2.assign(room, 0);
+  p->qnts1.assign(room, 0.0);
+  p->qnts2.assign(room, 0.0);
+  s->DoSplittArrays(n, tanks, qnts, f, &p->count1, p->tanks1.data(), p->qnts1.data(), &p->count2,
+                    p->tanks2.data(), p->qnts2.data());
+  if (p->count1 >= 1 && p->count2 < 1) {
+    p->n = p->count1;
+    p->tanks = p->tanks1.data();
+    p->qnts = p->qnts1.data();
+  } else if (p->count1 >= 1) {
+    p->n = p->count2;
+    p->tanks = p->tanks2.data();
+    p->qnts = p->qnts2.data();
+    p->m = p->count1;
+    p->tanksB = p->tanks1.data();
+    p->qntsB = p->qnts1.data();
+  } else {
+    p->n = n;
+    p->tanks = tanks;
+    p->qnts = qnts;
+  }
+}
+
+// Whether the command a dispense of this tank list sends can be built
+// whole: the same passes and text, checked before any level is booked. A
+// refusal is traced and leaves error 15.
+bool DispenseCommandFits(slave* s, int n, int* tanks, double* qnts, double f) {
+  Passes p;
+  PlanPasses(s, n, tanks, qnts, f, &p);
+  const std::string text = CommandText(s, p.n, p.tanks, p.qnts, f, p.m, p.tanksB, p.qntsB);
+  // The text must fit the buffer, and "/D" with it the command.
+  return Fits(s, text.size(), SLV_CMD_BUFFER) && Fits(s, text.size() + 2, SLV_CMD_BUFFER);
+}
+
 }  // namespace
 
 int slave::DoSplittArrays(int n, int* tanks, double* qnts, double f, int* count1, int* tanks1,
-                          double* qnts1, int* count2, int* tanks2, double* qnts2) {
+                          double* qnts1, int* count2, int* tanks2, double* qnts2) try {
   *count1 = 0;
   *count2 = 0;
   if (m_DispId == 0 || !SlvOptionOn(m_Options, kSplitOption)) {
@@ -92,28 +164,26 @@ int slave::DoSplittArrays(int n, int* tanks, double* qnts, double f, int* count1
     }
   }
   return 1;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
 char* slave::MakeCommandString(int n, int* tanks, double* qnts, double f, int m, int* tanks2,
-                               double* qnts2) {
+                               double* qnts2) try {
   memset(g_commandBuffer, 0, sizeof g_commandBuffer);
-  if (m_DispId < 1 || n < 1 || tanks == nullptr || qnts == nullptr) return g_commandBuffer;
-  std::string text;
-  AppendEntries(this, &text, n, tanks, qnts);
+  const std::string text = CommandText(this, n, tanks, qnts, f, m, tanks2, qnts2);
   if (text.empty()) return g_commandBuffer;
-  if (m > 0) {
-    text += ";";
-    if (tanks2 != nullptr && qnts2 != nullptr) AppendEntries(this, &text, m, tanks2, qnts2);
-  }
-  if (f != 1.0) text += SlvFormat("%.3lf", f);
   if (Fits(this, text.size(), sizeof g_commandBuffer)) {
     memcpy(g_commandBuffer, text.c_str(), text.size() + 1);
   }
   return g_commandBuffer;
+} catch (...) {
+  memset(g_commandBuffer, 0, sizeof g_commandBuffer);
+  return SlvFailed(this, kSource, __LINE__, __func__, g_commandBuffer);
 }
 
 int slave::SendCommandString(int n, int* tanks, double* qnts, double f, int m, int* tanks2,
-                             double* qnts2) {
+                             double* qnts2) try {
   if (m_DispId < 1) return 0;
   SetLastDosedFormula(nullptr);
   const char* text = MakeCommandString(n, tanks, qnts, f, m, tanks2, qnts2);
@@ -127,10 +197,12 @@ int slave::SendCommandString(int n, int* tanks, double* qnts, double f, int m, i
     SetLastDosedFormula(command + 2);
   }
   return result;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
 int slave::Dispense(char* frm, double f, double u, int w, int updLevels, int g2Before,
-                    int g0After) {
+                    int g0After) try {
   TarvoTrace("\nQslave::Dispense( Frm=[%s], f=%.4lf, u=%.4lf, w=%d)\n", frm != nullptr ? frm : "",
              f, u, w);
   m_LevelsNotBooked = 0;
@@ -145,6 +217,9 @@ int slave::Dispense(char* frm, double f, double u, int w, int updLevels, int g2B
   std::vector<int> tanks(tankList.data(), tankList.data() + n);
   std::vector<double> qnts(qntList.data(), qntList.data() + n);
 
+  // Every check that can refuse the command runs before any level is
+  // booked: nothing is booked for a command that is never sent.
+  if (!DispenseCommandFits(this, n, tanks.data(), qnts.data(), 1.0)) return 0;
   // Levels go down before the command is sent and stay down if the machine
   // refuses it.
   if (updLevels && !UpdateLevels(n, tanks.data(), qnts.data(), 1.0, 0)) m_LevelsNotBooked = 1;
@@ -153,29 +228,24 @@ int slave::Dispense(char* frm, double f, double u, int w, int updLevels, int g2B
   const int result = Dispense(n, tanks.data(), qnts.data(), 1.0);
   StopperCommand(this, g0After, "/G0");
   return result;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
-int slave::Dispense(int n, int* tanks, double* qnts, double f) {
-  if (m_DispId < 1 || n < 1 || tanks == nullptr || qnts == nullptr) return 0;
-  // Room for twice the entries: a stored splitting percentage appends its
-  // split after a full copy.
-  const size_t room = 2 * static_cast<size_t>(n);
-  std::vector<int> tanks1(room, 0), tanks2(room, 0);
-  std::vector<double> qnts1(room, 0.0), qnts2(room, 0.0);
-  int count1 = 0, count2 = 0;
-  DoSplittArrays(n, tanks, qnts, f, &count1, tanks1.data(), qnts1.data(), &count2, tanks2.data(),
-                 qnts2.data());
-  if (count1 >= 1 && count2 < 1) {
-    return SendCommandString(count1, tanks1.data(), qnts1.data(), f, 0, nullptr, nullptr);
-  }
-  if (count1 >= 1) {
-    return SendCommandString(count2, tanks2.data(), qnts2.data(), f, count1, tanks1.data(),
-                             qnts1.data());
-  }
-  return SendCommandString(n, tanks, qnts, f, 0, nullptr, nullptr);
+int slave::Dispense(int n, int* tanks, double* qnts, double f) try {
+  if (m_DispId < 1) return 0;
+  if (n >= 1 && (tanks == nullptr || qnts == nullptr)) return 0;
+  // An empty list sends nothing; like every dispense command it clears the
+  // last dosed formula on the way (SendCommandString).
+  if (n < 1) return SendCommandString(0, nullptr, nullptr, f, 0, nullptr, nullptr);
+  Passes p;
+  PlanPasses(this, n, tanks, qnts, f, &p);
+  return SendCommandString(p.n, p.tanks, p.qnts, f, p.m, p.tanksB, p.qntsB);
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
-int slave::DispenseByColorant(char* frm, double f, double u, int w, int) {
+int slave::DispenseByColorant(char* frm, double f, double u, int w, int) try {
   const int len = TranslateFormulaFromCntIdToCntCode(frm, nullptr, f, u, w);
   std::vector<char> codes(static_cast<size_t>(len > 0 ? len : 0) + 1, '\0');
   if (len > 0) TranslateFormulaFromCntIdToCntCode(frm, codes.data(), f, u, w);
@@ -184,6 +254,8 @@ int slave::DispenseByColorant(char* frm, double f, double u, int w, int) {
              frm != nullptr ? frm : "", codes.data(), f, u, w);
   if (command.size() <= 2) return 0;
   return sendcommand(&command[0], nullptr, 0);
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
 namespace {
@@ -213,7 +285,7 @@ bool CircuitGroups(const std::string& field, int pairsPerCmd, std::vector<std::s
 
 }  // namespace
 
-int slave::DispenseByCircuit(char* frm, int pairsPerCmd, int g2Before, int g0After) {
+int slave::DispenseByCircuit(char* frm, int pairsPerCmd, int g2Before, int g0After) try {
   m_LevelsNotBooked = 0;
   if (frm == nullptr || frm[0] == '\0' || pairsPerCmd < 1) {
     m_LastError = SLV_ERR_GENERIC;
@@ -228,18 +300,20 @@ int slave::DispenseByCircuit(char* frm, int pairsPerCmd, int g2Before, int g0Aft
     return 0;
   }
 
-  StopperCommand(this, g2Before, "/G2");
+  // Every command is made before the first goes out: once "/G2" is sent
+  // nothing needs memory of its own until "/G0" is.
   const bool byPosition = m_Dsp != nullptr && m_Dsp->GetType(0, 0) == 9;
+  const char* prefix = !byPosition ? "/D" : m_PurgeSrvFlag ? "/D(PURGEBYPOS)" : "/D(DISPBYPOS)";
+  std::vector<std::string> commands;
+  commands.reserve(groups.size());
+  for (const std::string& group : groups) commands.push_back(prefix + group);
+
+  StopperCommand(this, g2Before, "/G2");
   int result = 0;
-  for (std::string& group : groups) {
-    std::string command;
-    if (!byPosition) {
-      if (UpdateLevelsByFormula(&group[0]) != 1) m_LevelsNotBooked = 1;
-      command = "/D" + group;
-    } else {
-      command = (m_PurgeSrvFlag ? "/D(PURGEBYPOS)" : "/D(DISPBYPOS)") + group;
-    }
-    result = sendcommand(&command[0], nullptr, 0);
+  for (size_t i = 0; i < groups.size(); ++i) {
+    std::string& group = groups[i];
+    if (!byPosition && UpdateLevelsByFormula(&group[0]) != 1) m_LevelsNotBooked = 1;
+    result = sendcommand(&commands[i][0], nullptr, 0);
     if (result != 0) {
       UpdateDspPurgeServerAfterDispensing(&group[0]);
       SetLastDosedFormula(&group[0]);
@@ -247,10 +321,12 @@ int slave::DispenseByCircuit(char* frm, int pairsPerCmd, int g2Before, int g0Aft
   }
   StopperCommand(this, g0After, "/G0");
   return result;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
 int slave::DispDrv(char* frm, char* out, int outLen, double f, double u, int w, int updLevels,
-                   int style) {
+                   int style) try {
   m_LevelsNotBooked = 0;
   if (out == nullptr || outLen <= 0) return 0;
   Zu_IntArray tankList;
@@ -271,16 +347,20 @@ int slave::DispDrv(char* frm, char* out, int outLen, double f, double u, int w, 
                        : SlvFormat("%d,%.3lf,", tanks[i], qnts[i]);
   }
   if (text.size() <= 1) return 0;
-  if (updLevels && !UpdateLevels(n, tanks.data(), qnts.data(), 1.0, 0)) m_LevelsNotBooked = 1;
   if (style != 1) text.back() = '"';
-  // The caller's buffer holds outLen + 1 bytes; a longer text is refused.
+  // The caller's buffer holds outLen + 1 bytes; a longer text is refused,
+  // before any level is booked.
   if (text.size() > static_cast<size_t>(outLen)) {
     TarvoTrace("\n%s(%d): DispDrv text of %zu characters refused: room for %d", kSource, __LINE__,
                text.size(), outLen);
     m_LastError = SLV_ERR_GENERIC;
     return 0;
   }
+  if (updLevels && !UpdateLevels(n, tanks.data(), qnts.data(), 1.0, 0)) m_LevelsNotBooked = 1;
   memcpy(out, text.c_str(), text.size());
   out[text.size()] = '\0';
+  out[outLen] = '\0';
   return 1;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }

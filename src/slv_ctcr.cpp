@@ -68,7 +68,7 @@ int ColourantInDispenser::Clear() {
   return 1;
 }
 
-int ColourantInDispenser::SetDispenserThres() {
+int ColourantInDispenser::SetDispenserThres() try {
   m_DispThres = kDefaultDispThreshold;
   if (m_Slave == nullptr) return 0;
   Qdbase* disp = SlvDispenserRecord(m_Slave);
@@ -78,9 +78,11 @@ int ColourantInDispenser::SetDispenserThres() {
     m_DispThres = threshold;
   }
   return 1;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
-int ColourantInDispenser::Read(long cnt) {
+int ColourantInDispenser::Read(long cnt) try {
   Clear();
   if (m_Slave == nullptr || cnt < 1) return 0;
   m_NumTanks = m_Slave->CntToNumTanks(cnt);
@@ -139,6 +141,9 @@ int ColourantInDispenser::Read(long cnt) {
   qsort(m_Tanks, static_cast<size_t>(m_NumTanks), sizeof(CtInDspTank), CtInDspCompare_s);
   m_CntId = cnt;
   return 1;
+} catch (...) {
+  Clear();
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
 int ColourantInDispenser::IsCntOK(CntStatus* st) {
@@ -175,7 +180,7 @@ int ColourantInDispenser::IsCntOK(CntStatus* st) {
   return verdict < CNT_BAD_TANK ? 1 : 0;
 }
 
-int ColourantInDispenser::Write() {
+int ColourantInDispenser::Write() try {
   Qdbase* tanks = nullptr;
   Qdbase* cist = nullptr;
   if (m_Slave == nullptr || m_CntId < 1 || IsCntOK(nullptr) != 1 ||
@@ -208,9 +213,11 @@ int ColourantInDispenser::Write() {
   }
   m_Slave->Set(m_Slave->m_DispId);
   return 1;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
-int ColourantInDispenser::Adjust() {
+int ColourantInDispenser::Adjust() try {
   for (int i = 0; i < m_NumTanks && m_Tanks != nullptr; ++i) {
     m_Tanks[i].max_q = 0.0;
     m_Tanks[i].cur_q = 0.0;
@@ -218,6 +225,8 @@ int ColourantInDispenser::Adjust() {
     m_Tanks[i].threshold = 0.0;
   }
   return Write();
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
 // An index outside the entries names no tank: its bits read as unknown,
@@ -241,7 +250,7 @@ int ColourantInDispenser::VerifyLevel(double left, double reserve) {
   return slave_test_level(left, reserve);
 }
 
-void ColourantInDispenser::ShowCircuit() {
+void ColourantInDispenser::ShowCircuit() try {
   double volume = 0.0;
   for (int i = 0; i < m_NumTanks && m_Tanks != nullptr; ++i) volume += m_Tanks[i].split_q;
   TarvoTrace("\nColorant %ld (volume %.2lf) present in %d circuits", m_CntId, volume, m_NumTanks);
@@ -254,6 +263,8 @@ void ColourantInDispenser::ShowCircuit() {
                bit_check(e.status_flg, TNK_SUSP) ? "Yes" : " No", e.cur_q - e.res_q, e.cur_q,
                e.max_q, e.res_q);
   }
+} catch (...) {
+  SlvNoteFailure(this, kSource, __LINE__, __func__);
 }
 
 int CtInDspCompare_s(const void* a, const void* b) {

@@ -25,7 +25,7 @@ Qdbase* SlvDispTable() { return DispTable.IsOpen() ? &DispTable : nullptr; }
 Qdbase* SlvTankTable() { return TankTable.IsOpen() ? &TankTable : nullptr; }
 Qdbase* SlvCisternTable() { return CisternTable.IsOpen() ? &CisternTable : nullptr; }
 
-int _slv_OpenDatabases() {
+int _slv_OpenDatabases() try {
   char path[1024];
   if (!Zu_LocalPathEx(path, sizeof path)) {
     TarvoTrace("\n%s(%d): error opening DISPS.DBF or TANKS.DBF", kSource, __LINE__);
@@ -44,16 +44,20 @@ int _slv_OpenDatabases() {
   // every later request for the handles fails with a trace.
   if (!TankTable.Open()) DispTable.Close();
   return CisternTable.Open() ? 1 : 2;
+} catch (...) {
+  return SlvFailed(static_cast<slave*>(nullptr), kSource, __LINE__, __func__, 0);
 }
 
-int _slv_CloseDatabases() {
+int _slv_CloseDatabases() try {
   if (!DispTable.Close()) return 0;
   if (!TankTable.Close()) return 0;
   if (!CisternTable.Close()) return 0;
   return 1;
+} catch (...) {
+  return SlvFailed(static_cast<slave*>(nullptr), kSource, __LINE__, __func__, 0);
 }
 
-int _slv_dbhandles(Qdbase** disp, Qdbase** tank, Qdbase** cist) {
+int _slv_dbhandles(Qdbase** disp, Qdbase** tank, Qdbase** cist) try {
   if (disp != nullptr) *disp = nullptr;
   if (tank != nullptr) *tank = nullptr;
   if (cist != nullptr) *cist = nullptr;
@@ -79,18 +83,22 @@ int _slv_dbhandles(Qdbase** disp, Qdbase** tank, Qdbase** cist) {
     TarvoTrace("\n%s(%d): error ... DISPS.DBF or TANKS.DBF are closed", kSource, __LINE__);
   }
   return result;
+} catch (...) {
+  return SlvFailed(static_cast<slave*>(nullptr), kSource, __LINE__, __func__, 0);
 }
 
-int _slv_SelectDispenser(Qdbase* disp, long id) {
+int _slv_SelectDispenser(Qdbase* disp, long id) try {
   if (disp == nullptr || id < 1) return 0;
   for (int more = disp->Top(); more && !disp->Eof(); more = disp->Next()) {
     long recordId = 0;
     if (disp->ReadLong("ID", &recordId) && recordId == id) return 1;
   }
   return 0;
+} catch (...) {
+  return SlvFailed(static_cast<slave*>(nullptr), kSource, __LINE__, __func__, 0);
 }
 
-long _slv_DefaultDispenser(Qdbase* disp) {
+long _slv_DefaultDispenser(Qdbase* disp) try {
   if (disp == nullptr) return 0;
   long candidate = 0;
   bool haveOne = false;
@@ -107,9 +115,11 @@ long _slv_DefaultDispenser(Qdbase* disp) {
   long first = 0;
   if (disp->Top()) disp->ReadLong("ID", &first);
   return first;
+} catch (...) {
+  return SlvFailed(static_cast<slave*>(nullptr), kSource, __LINE__, __func__, 0L);
 }
 
-int slave::RebuildIndex(int (*)(char*)) {
+int slave::RebuildIndex(int (*)(char*)) try {
   Qdbase* disp = nullptr;
   Qdbase* tank = nullptr;
   Qdbase* cist = nullptr;
@@ -139,6 +149,8 @@ int slave::RebuildIndex(int (*)(char*)) {
     _slv_CloseDatabases();
   }
   return ok ? 0 : -1;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, -1);
 }
 
 int slave::CloseDatabases() { return _slv_CloseDatabases(); }

@@ -16,7 +16,7 @@ const char kSource[] = "slv_disp";
 
 }  // namespace
 
-int slave::TranslateFormulaFromCntIdToCntCode(char* frm, char* out, double f, double u, int w) {
+int slave::TranslateFormulaFromCntIdToCntCode(char* frm, char* out, double f, double u, int w) try {
   CZutable colorants;
   colorants.SetDataId(m_DataId);
   colorants.Handle(ZUSPEC_COLORANTS);
@@ -66,6 +66,8 @@ int slave::TranslateFormulaFromCntIdToCntCode(char* frm, char* out, double f, do
   colorants.TmpClose();
   if (out != nullptr) memcpy(out, text.c_str(), text.size() + 1);
   return static_cast<int>(text.size());
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, -1);
 }
 
 // --- Formula reading and splitting over the tanks -------------------------
@@ -81,7 +83,7 @@ std::string ComponentList(const char* label, const std::vector<long>& ids,
 
 }  // namespace
 
-int slave::CntsToQntsWeights(int n, long* cnts, double* qnts) {
+int slave::CntsToQntsWeights(int n, long* cnts, double* qnts) try {
   if (n <= 0) return 1;
   if (cnts == nullptr || qnts == nullptr) return 0;
   CZutable colorants;
@@ -106,10 +108,14 @@ int slave::CntsToQntsWeights(int n, long* cnts, double* qnts) {
   }
   colorants.Close();
   return result;
+} catch (...) {
+  // A weight left in place would be dosed as a volume: nothing is.
+  for (int i = 0; qnts != nullptr && i < n; ++i) qnts[i] = 0.0;
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
 int slave::SplitFrmToTanks(char* frm, Zu_LongArray* cnts, Zu_IntArray* tanks, Zu_DoubleArray* qnts,
-                           double f, double u, int w, int trace, int* convFailed) {
+                           double f, double u, int w, int trace, int* convFailed) try {
   if (convFailed != nullptr) *convFailed = 0;
   if (m_DispId < 1 || frm == nullptr) return -1;
   Qdbase* disp = nullptr;
@@ -132,7 +138,11 @@ int slave::SplitFrmToTanks(char* frm, Zu_LongArray* cnts, Zu_IntArray* tanks, Zu
       TarvoTrace("\n __ WEIGHT TO VOLUME CONVERSION: ");
       TarvoTrace("%s", ComponentList("\nbefore : ", ids, quantities).c_str());
     }
+    const unsigned failures = SlvFailureCount();
     const bool converted = CntsToQntsWeights(n, ids.data(), quantities.data()) != 0;
+    // A conversion cut short for want of memory fails the formula (error
+    // 15): no quantity is dosed from a half-converted formula.
+    if (SlvFailureCount() != failures) return -1;
     if (!converted && convFailed != nullptr) *convFailed = 1;
     if (trace) {
       TarvoTrace("%s", ComponentList("\nafter  : ", ids, quantities).c_str());
@@ -143,10 +153,12 @@ int slave::SplitFrmToTanks(char* frm, Zu_LongArray* cnts, Zu_IntArray* tanks, Zu
   if (n == 0) return 0;
 
   // A quantity that is negative or not a finite number names no dispense:
-  // the whole formula is refused before anything is split.
+  // the whole formula is refused before anything is split. A quantity
+  // within the tolerance of zero is zero, not negative. A colourant id
+  // below 1 is no refusal here: that colourant is in no tank (error 19).
   for (int i = 0; i < n; ++i) {
     const double scaled = f * quantities[i] * u;
-    if (!std::isfinite(scaled) || scaled < 0.0 || ids[i] < 1) {
+    if (!std::isfinite(scaled) || scaled < -kSlvEpsilon) {
       TarvoTrace("\n%s(%d): formula refused: colorant %ld quantity %g", kSource, __LINE__, ids[i],
                  scaled);
       m_LastError = SLV_ERR_GENERIC;
@@ -157,20 +169,26 @@ int slave::SplitFrmToTanks(char* frm, Zu_LongArray* cnts, Zu_IntArray* tanks, Zu
   int total = 0;
   for (int i = 0; i < n; ++i) {
     const double quantity = f * quantities[i] * u;
+    const unsigned failures = SlvFailureCount();
     const int k = CntQntToTanks(ids[i], quantity, tanks, qnts, trace);
+    // A split that failed for want of memory has answered already (error
+    // 15 and its line): the formula fails with it.
+    if (k == 0 && SlvFailureCount() != failures) return -1;
     if (trace) TarvoTrace("\nColorant %ld (volume %.2lf) split into %d tanks", ids[i], quantity, k);
     if (k == 0) {
       if (trace) TarvoTrace("\nWARNING : no tanks for colorant %4ld", ids[i]);
       m_LastError = SLV_ERR_NO_TANK;
       return -1;
     }
-    for (int j = 0; j < k && cnts != nullptr; ++j) cnts->append(ids[i]);
+    for (int j = 0; j < k && cnts != nullptr; ++j) SlvAppend(cnts, ids[i]);
     total += k;
   }
   return total;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, -1);
 }
 
-int slave::ParseFormula(char* frm, long* cnts, int* tanks, double* qnts) {
+int slave::ParseFormula(char* frm, long* cnts, int* tanks, double* qnts) try {
   Zu_LongArray splitCnts;
   Zu_IntArray splitTanks;
   Zu_DoubleArray splitQnts;
@@ -181,4 +199,6 @@ int slave::ParseFormula(char* frm, long* cnts, int* tanks, double* qnts) {
     if (qnts != nullptr) qnts[i] = splitQnts[i];
   }
   return n;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }

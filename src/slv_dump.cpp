@@ -22,7 +22,7 @@ const char* YesNo(int flag) { return flag ? "Yes" : " No"; }
 
 }  // namespace
 
-void slave::Dump() {
+void slave::Dump() try {
   if (m_DispId < 1) return;
   TarvoTrace("\nSLAVE INFO");
   TarvoTrace("\nid.................: %ld", m_DispId);
@@ -35,9 +35,11 @@ void slave::Dump() {
              OptionWord(this, 3, "STOPPER "), OptionWord(this, 4, "DOOR "));
   // The id is printed unsigned and followed by a letter l, as hosts parse it.
   TarvoTrace("\ndataid............: \"%ul\"\n", static_cast<unsigned>(m_DataId));
+} catch (...) {
+  SlvNoteFailure(this, kSource, __LINE__, __func__);
 }
 
-void slave::DumpTanks() {
+void slave::DumpTanks() try {
   if (m_DispId < 1) return;
   TarvoTrace("\n\nTANKS INFO");
   TarvoTrace("\n Tank  Cnt        Cur        Res        Max    Thres");
@@ -50,9 +52,11 @@ void slave::DumpTanks() {
     TarvoTrace("\n %4d %4ld %10.2lf %10.2lf %10.2lf %8.0lf", tank, cnt, cur, res, max, threshold);
   }
   TarvoTrace("\n");
+} catch (...) {
+  SlvNoteFailure(this, kSource, __LINE__, __func__);
 }
 
-void slave::DumpCntsInTanks() {
+void slave::DumpCntsInTanks() try {
   if (m_DispId < 1) return;
   CZutable colorants;
   Qdbase* table = SlvOpenColorants(this, &colorants, kSource, __LINE__);
@@ -102,4 +106,6 @@ void slave::DumpCntsInTanks() {
     }
   }
   colorants.Close();
+} catch (...) {
+  SlvNoteFailure(this, kSource, __LINE__, __func__);
 }

@@ -47,6 +47,15 @@ void Trace(const std::string& text) {
   }
 }
 
+// The trace of a command's result: "--> error" for a query without answer,
+// the code for a query, the code and its text for an action.
+std::string ResultLine(const char* cmd, int r, bool query) {
+  if (query) return r == -1 ? SlvFormat("%s --> error", cmd) : SlvFormat("%s --> %d  ", cmd, r);
+  std::string line = SlvFormat("%s --> %2d ", cmd, r);
+  if (r >= 0 && r <= 15) line += kResultText[r];
+  return line;
+}
+
 // Prints text as a format of its own with no arguments: "%%" becomes "%",
 // and a conversion that would need an argument is printed as it stands
 // (there is no argument to give it).
@@ -65,7 +74,7 @@ void PrintReinterpreted(const char* text) {
 
 }  // namespace
 
-int slave::sendcommand(char* cmd, char* answer, int answerLen) {
+int slave::sendcommand(char* cmd, char* answer, int answerLen) try {
   if (cmd == nullptr || cmd[0] == '\0') {
     TarvoTrace("\n%s(%d): sendcommand refused an empty command", kSource, __LINE__);
     return 0;
@@ -73,69 +82,79 @@ int slave::sendcommand(char* cmd, char* answer, int answerLen) {
   const bool query = IsQuery(cmd);
   if (m_DispId < 1 || m_Dsp == nullptr) return query ? -1 : 0;
 
-  Trace(cmd);
+  // A command goes out even when its line cannot be written for want of
+  // memory: "/G0" after a dispense must not wait for a trace.
+  try {
+    Trace(cmd);
+  } catch (...) {
+  }
   if (CommTest != nullptr) CommTest(0, m_DispId);
 
   const bool threaded = m_DispId != 0 && SlvOptionOn(m_Options, 6) && m_SeparateThread;
   const int r = threaded ? m_Dsp->SendCommandThread(m_DispId, cmd)
                          : m_Dsp->SendCommand(m_DispId, cmd);
 
-  if (r == 0 && answer != nullptr && answerLen > 0) {
-    const char* text = m_Dsp->GetAnswer(m_DispId);
-    // Bounded copy: a text that fills the buffer carries no terminator.
-    strncpy(answer, text != nullptr ? text : "", static_cast<size_t>(answerLen));
-  }
-  if (CommTest != nullptr) CommTest(1, m_DispId);
-
-  if (query) {
-    if (Message != nullptr) {
-      Trace(r == -1 ? SlvFormat("%s --> error", cmd) : SlvFormat("%s --> %d  ", cmd, r));
+  if (!query && r != 0) m_LastError = r;
+  // The command has gone out: its result stands. What follows (the answer,
+  // the hook, the driver's reset, the trace) cannot turn it into a failure;
+  // a step that fails for want of memory is dropped.
+  try {
+    if (r == 0 && answer != nullptr && answerLen > 0) {
+      const char* text = m_Dsp->GetAnswer(m_DispId);
+      // Bounded copy: a text that fills the buffer carries no terminator.
+      strncpy(answer, text != nullptr ? text : "", static_cast<size_t>(answerLen));
     }
-    return r;
+    if (CommTest != nullptr) CommTest(1, m_DispId);
+    if (!query && r != 0) m_Dsp->ResetError(m_DispId);
+    if (Message != nullptr) Trace(ResultLine(cmd, r, query));
+  } catch (...) {
   }
-
-  if (r != 0) {
-    m_LastError = r;
-    m_Dsp->ResetError(m_DispId);
-  }
-  if (Message != nullptr) {
-    std::string line = SlvFormat("%s --> %2d ", cmd, r);
-    if (r >= 0 && r <= 15) line += kResultText[r];
-    Trace(line);
-  }
+  if (query) return r;
   return r == 0 ? 1 : 0;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, cmd != nullptr && IsQuery(cmd) ? -1 : 0);
 }
 
-int slave::LastError() {
+int slave::LastError() try {
   if (m_Dsp == nullptr) return m_LastError;
   const int code = m_Dsp->GetLastError(m_DispId);
   if (code >= 0) m_LastError = code;
   return m_LastError;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, SLV_ERR_GENERIC);
 }
 
-int slave::ErrorQueueFirst(wchar_t* text, int textLen, char* code, int codeLen) {
+int slave::ErrorQueueFirst(wchar_t* text, int textLen, char* code, int codeLen) try {
   if (m_Dsp == nullptr) return 0;
   return m_Dsp->ErrorQueueFirst(m_DispId, text, textLen, 0, code, codeLen);
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
-int slave::ErrorQueueNext(wchar_t* text, int textLen, char* code, int codeLen) {
+int slave::ErrorQueueNext(wchar_t* text, int textLen, char* code, int codeLen) try {
   if (m_Dsp == nullptr) return 0;
   return m_Dsp->ErrorQueueNext(m_DispId, text, textLen, 0, code, codeLen);
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
-int slave::ErrorQueueClear() {
+int slave::ErrorQueueClear() try {
   // Service engineers keep the queue for inspection with DEBUG_NO_CLEAR.
   if (getenv("DEBUG_NO_CLEAR") != nullptr) return 1;
   if (m_Dsp == nullptr) return 0;
   return m_Dsp->ErrorQueueClear(m_DispId);
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
-int slave::ErrorQueueCount() {
+int slave::ErrorQueueCount() try {
   if (m_Dsp == nullptr) return 0;
   return m_Dsp->ErrorQueueCount(m_DispId);
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
-int slave::SlaveFw() {
+int slave::SlaveFw() try {
   if (m_FwVersion != -1) return m_FwVersion;
   if (m_Dsp == nullptr) return -2;
   TarvoTrace("\n%s(%d): Asking for firmware version: -> ", kSource, __LINE__);
@@ -152,9 +171,11 @@ int slave::SlaveFw() {
   TarvoTrace(": %s", text);
   m_FwVersion = result;
   return result;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, -2);
 }
 
-void message(int, char* fmt, ...) {
+void message(int, char* fmt, ...) try {
   if (fmt == nullptr) return;
   char* buffer = static_cast<char*>(malloc(701));
   if (buffer == nullptr) return;
@@ -169,11 +190,13 @@ void message(int, char* fmt, ...) {
   }
   fflush(stdout);
   free(buffer);
+} catch (...) {
+  SlvNoteFailure(static_cast<slave*>(nullptr), kSource, __LINE__, __func__);
 }
 
 // --- Options and machine parameters of the dispenser record ---------------
 
-int slave::ForceOption(int pos, int on) {
+int slave::ForceOption(int pos, int on) try {
   // Options occupy positions 0..31 of a 32-character text; any other
   // position names no option and is refused.
   if (pos < 0 || pos > 31) {
@@ -198,6 +221,8 @@ int slave::ForceOption(int pos, int on) {
   // Memory follows the record only once the record holds the change.
   memcpy(m_Options, options, sizeof m_Options);
   return 1;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
 namespace {
@@ -220,21 +245,27 @@ int Height(double value) {
 
 }  // namespace
 
-int slave::Hfoto() {
+int slave::Hfoto() try {
   char cfg[128];
   if (!ReadCfgStr(this, cfg, sizeof cfg)) return 0;
   return Height(SlvPieceDouble(cfg, 1, 3) / 100.0 * SlvPieceDouble(cfg, 4, 7));
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
-int slave::HPrefPos() {
+int slave::HPrefPos() try {
   char cfg[128];
   if (!ReadCfgStr(this, cfg, sizeof cfg)) return 0;
   return Height(SlvPieceDouble(cfg, 1, 3) / 100.0 * SlvPieceDouble(cfg, 33, 36));
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
-int slave::ManualPuncher() {
+int slave::ManualPuncher() try {
   char cfg[128];
   if (!ReadCfgStr(this, cfg, sizeof cfg)) return 0;
   const char c = strlen(cfg) > 45 ? cfg[45] : ' ';
   return (c >= '0' && c <= '9') ? c - '0' : 0;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }

@@ -34,6 +34,41 @@ Qdbase* SlvDispenserRecord(const slave* s);
 // open colorant database" when it cannot be opened or holds no record.
 Qdbase* SlvOpenColorants(const slave* s, CZutable* colorants, const char* source, int line);
 
+// Appends to a host array; a host array that cannot grow is a failed
+// allocation (std::bad_alloc), never an entry silently missing.
+void SlvAppend(Zu_IntArray* array, int value);
+void SlvAppend(Zu_LongArray* array, long value);
+void SlvAppend(Zu_DoubleArray* array, double value);
+
+// --- The interface boundary ----------------------------------------------
+//
+// No exception leaves the library: every exported function ends in a
+// function-try-block whose handler calls SlvFailed. It writes one trace
+// line, "\n<source>(<line>): <function>: out of memory" for a failed
+// allocation or "...: unexpected failure" for anything else, sets error 15
+// on the object when there is one, and answers the function's documented
+// failure value. It needs no memory and never throws.
+void SlvNoteFailure(slave* s, const char* source, int line, const char* function) noexcept;
+void SlvNoteFailure(ColourantInDispenser* c, const char* source, int line,
+                    const char* function) noexcept;
+
+// Thrown by a caller that learns (from SlvFailureCount) that an inner
+// operation failed for want of memory and cannot go on without what it
+// asked: its boundary sets error 15 again and adds no second trace line.
+struct SlvFailureNoted {};
+
+// How many failures have reached a boundary so far. A caller that turns an
+// inner operation's failure value into an error code of its own checks it
+// first: a failure for want of memory keeps its error 15.
+unsigned SlvFailureCount() noexcept;
+
+template <typename Object, typename Value>
+Value SlvFailed(Object* object, const char* source, int line, const char* function,
+                Value value) noexcept {
+  SlvNoteFailure(object, source, line, function);
+  return value;
+}
+
 // What a slave derives from the tables besides its documented members.
 struct SlvState {
   // The tank table's Generation() when the tank map was read: a table read
@@ -50,14 +85,19 @@ Qdbase* SlvCisternTable();
 // A booking of the library's tables: the writes made while it lives reach
 // the dispenser, tank and cistern tables together at Commit, or none does;
 // it joins a booking already in progress.
+// A booking during which memory ran out (a failure noted at a boundary of
+// the library) is not made: it may lack a level its operation meant.
 class SlvBooking {
  public:
-  SlvBooking() : booking_(SlvDispTable(), SlvTankTable(), SlvCisternTable()) {}
+  SlvBooking()
+      : booking_(SlvDispTable(), SlvTankTable(), SlvCisternTable()),
+        failuresAtStart_(SlvFailureCount()) {}
   bool Ok() const { return booking_.Ok() != 0; }
-  bool Commit() { return booking_.Commit() != 0; }
+  bool Commit() { return SlvFailureCount() == failuresAtStart_ && booking_.Commit() != 0; }
 
  private:
   QdbBooking booking_;
+  unsigned failuresAtStart_;
 };
 
 // Reads the tank map (m_NumTanks, m_TankRecNo, m_TankCntId) of s's

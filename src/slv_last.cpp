@@ -3,9 +3,11 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include "slave.h"
+#include "slv_internal.h"
 
 namespace {
+
+const char kSource[] = "slv_last";
 
 enum { kModeClear = 0, kModeReplace = 1, kModeAppend = 2 };
 
@@ -27,15 +29,19 @@ void slave::ClearLastDosedFormula() {
   m_LastDosedFrm = nullptr;
 }
 
-void slave::SetLastDosedFormula(char* text) {
+void slave::SetLastDosedFormula(char* text) try {
   switch (m_LastDosedMode) {
     case kModeClear:
       ClearLastDosedFormula();
       return;
-    case kModeReplace:
+    case kModeReplace: {
+      // Copied before the old text goes: a host that repeats what was sent
+      // hands back the pointer LastDosedFormula gave it.
+      char* copy = text != nullptr ? Duplicate(text) : nullptr;
       ClearLastDosedFormula();
-      if (text != nullptr) m_LastDosedFrm = Duplicate(text);
+      m_LastDosedFrm = copy;
       return;
+    }
     case kModeAppend: {
       if (text == nullptr) return;
       if (m_LastDosedFrm == nullptr) {
@@ -55,4 +61,6 @@ void slave::SetLastDosedFormula(char* text) {
     default:
       return;
   }
+} catch (...) {
+  SlvNoteFailure(this, kSource, __LINE__, __func__);
 }

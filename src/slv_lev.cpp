@@ -28,7 +28,7 @@ class FlushEveryWrite {
 
 }  // namespace
 
-int slave::change_level(int circuit, double quantity, int relative, int notify) {
+int slave::change_level(int circuit, double quantity, int relative, int notify) try {
   Qdbase* disp = nullptr;
   Qdbase* tanks = nullptr;
   Qdbase* cist = nullptr;
@@ -90,9 +90,11 @@ int slave::change_level(int circuit, double quantity, int relative, int notify) 
     return 0;
   }
   return 1;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
-int slave::UpdateLevels(int count, int* circuits, double* quantities, double factor, int add) {
+int slave::UpdateLevels(int count, int* circuits, double* quantities, double factor, int add) try {
   if (m_DispId < 1) {
     TarvoTrace("\n%s (%d) id == %ld", kSource, __LINE__, m_DispId);
     return 0;
@@ -130,17 +132,21 @@ int slave::UpdateLevels(int count, int* circuits, double* quantities, double fac
     result = 0;
   }
   return result;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
-int slave::UpdateLevels(char* formula, double f1, double f2, int mode, int add) {
+int slave::UpdateLevels(char* formula, double f1, double f2, int mode, int add) try {
   Zu_IntArray tanks;
   Zu_DoubleArray qnts;
   const int n = SplitFrmToTanks(formula, nullptr, &tanks, &qnts, f1, f2, mode, 0, nullptr);
   if (n < 1) return 0;
   return UpdateLevels(n, tanks.data(), qnts.data(), 1.0, add);
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
-int slave::UpdateLevelsByFormula(char* text) {
+int slave::UpdateLevelsByFormula(char* text) try {
   if (text == nullptr || text[0] == '\0') return 0;
   std::string copy = text;
   for (char& c : copy) {
@@ -170,9 +176,11 @@ int slave::UpdateLevelsByFormula(char* text) {
   }
   if (circuits.size() != n) return 0;
   return UpdateLevels(static_cast<int>(n), circuits.data(), quantities.data(), 1.0, 0);
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
-int slave::SetLevelMax() {
+int slave::SetLevelMax() try {
   if (m_DispId < 1) return 0;
   Qdbase* disp = nullptr;
   Qdbase* tanks = nullptr;
@@ -194,6 +202,8 @@ int slave::SetLevelMax() {
     return 0;
   }
   return 1;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
 // --- Level warnings --------------------------------------------------------
@@ -216,11 +226,13 @@ PreparedFormula PrepareFormula(slave* s, char* formula, double size, double base
   Zu_Frm frm;
   frm.set("");
   frm.set(formula);
-  // The conversion only turns weights into volumes; the one scaling by
-  // size / baseSize is the resize below.
+  // The conversion only turns weights into volumes (factor 1); the one
+  // scaling by size / baseSize is the resize below. Converting with the
+  // factor size / baseSize as well would scale the formula twice.
   if (mode != 0 && frm.to_volume(&colorants, 1.0, 3, 0) < 0) return prepared;
-  // A base size of 0 cannot be scaled from: nothing is judged.
-  if (frm.resize(baseSize, size, 12, 0) < 0) return prepared;
+  // A formula that cannot be scaled (a base size of 0) stays as written and
+  // is judged so.
+  frm.resize(baseSize, size, 12, 0);
   const int n = frm.count();
   if (n <= 0) return prepared;
   prepared.ids.resize(static_cast<size_t>(n));
@@ -230,13 +242,16 @@ PreparedFormula PrepareFormula(slave* s, char* formula, double size, double base
 }
 
 // Appends every tank of a colourant, with the colourant beside each.
+// Colourant 0 marks an empty tank: it is in no tank, so nothing is listed
+// (CntToTanks would list the empty ones).
 void ListTanks(slave* s, long cnt, Zu_IntArray& circuits, Zu_IntArray& colourants) {
+  if (cnt < 1) return;
   const int n = s->CntToNumTanks(cnt);
   std::vector<int> tanks(static_cast<size_t>(n));
   if (n > 0) s->CntToTanks(cnt, n, tanks.data());
   for (int tank : tanks) {
-    circuits.append(tank);
-    colourants.append(static_cast<int>(cnt));
+    SlvAppend(&circuits, tank);
+    SlvAppend(&colourants, static_cast<int>(cnt));
   }
 }
 
@@ -258,16 +273,18 @@ int ListColourants(slave* s, const PreparedFormula& prepared, Zu_IntArray& circu
 }  // namespace
 
 int slave::GetCircuitsUnderCriticalLevel(char* formula, double size, double baseSize, int mode,
-                                         Zu_IntArray& circuits, Zu_IntArray& colourants) {
+                                         Zu_IntArray& circuits, Zu_IntArray& colourants) try {
   circuits.clear();
   colourants.clear();
   const PreparedFormula prepared = PrepareFormula(this, formula, size, baseSize, mode);
   return ListColourants(this, prepared, circuits, colourants,
                         [](int verdict) { return verdict <= 0; });
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
 int slave::GetCircuitsUnderWarningLevel(char* formula, double size, double baseSize, int mode,
-                                        Zu_IntArray& circuits, Zu_IntArray& colourants) {
+                                        Zu_IntArray& circuits, Zu_IntArray& colourants) try {
   const double factor = baseSize > 0.0 ? size / baseSize : 1.0;
   Zu_LongArray ids;
   Zu_IntArray tanks;
@@ -279,8 +296,8 @@ int slave::GetCircuitsUnderWarningLevel(char* formula, double size, double baseS
       if (CheckLevel(tanks[i], qnts[i]) > 1) continue;
       const int tank = tanks[i];
       const bool known = tank >= 1 && tank <= m_NumTanks && m_TankCntId != nullptr;
-      circuits.append(tank);
-      colourants.append(known ? static_cast<int>(m_TankCntId[tank - 1]) : 0);
+      SlvAppend(&circuits, tank);
+      SlvAppend(&colourants, known ? static_cast<int>(m_TankCntId[tank - 1]) : 0);
     }
     return 1;
   }
@@ -290,4 +307,6 @@ int slave::GetCircuitsUnderWarningLevel(char* formula, double size, double baseS
   const PreparedFormula prepared = PrepareFormula(this, formula, size, baseSize, mode);
   return ListColourants(this, prepared, circuits, colourants,
                         [](int verdict) { return verdict == 1; });
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }

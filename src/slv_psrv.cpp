@@ -9,6 +9,8 @@
 
 namespace {
 
+const char kSource[] = "slv_psrv";
+
 // XmlRpc++ reports transport errors on standard error; during our call
 // they are dropped, since the failure is traced once by the caller.
 class QuietErrors : public XmlRpc::XmlRpcErrorHandler {
@@ -49,7 +51,7 @@ class OneRequestClient : public XmlRpc::XmlRpcClient {
 
 }  // namespace
 
-int slave::UpdateDspPurgeServerAfterDispensing(char* frm) {
+int slave::UpdateDspPurgeServerAfterDispensing(char* frm) try {
   if (m_PurgeSrvOff) return 1;
 
   ScopedQuietErrors quiet;
@@ -82,4 +84,6 @@ int slave::UpdateDspPurgeServerAfterDispensing(char* frm) {
   }
   client.close();
   return answer;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }

@@ -2,6 +2,8 @@
 // machine's own command (type 9), by the driver, or by ordinary dispensing
 // in groups, and booking it on the levels.
 #include <math.h>
+#include <stdio.h>
+#include <string.h>
 
 #include <algorithm>
 #include <string>
@@ -16,9 +18,17 @@ const char kSource[] = "slv_purge";
 const int kGroupOption = 3;
 const int kDefaultGroup = 8;
 
-int Send(slave* s, const std::string& command) {
-  std::string cmd = command;
-  return s->sendcommand(&cmd[0], nullptr, 0);
+// Sends a command from a buffer of its own: "/G0" needs no memory, so it
+// goes out after a purge whatever else failed.
+int Send(slave* s, const char* command) {
+  char cmd[SLV_CMD_BUFFER];
+  if (snprintf(cmd, sizeof cmd, "%s", command) >= static_cast<int>(sizeof cmd)) {
+    TarvoTrace("\n%s(%d): purge command of %zu characters refused: room for %d", kSource, __LINE__,
+               strlen(command), SLV_CMD_BUFFER - 1);
+    s->m_LastError = SLV_ERR_GENERIC;
+    return 0;
+  }
+  return s->sendcommand(cmd, nullptr, 0);
 }
 
 bool GroupFlag(const slave* s) { return s->m_DispId != 0 && SlvOptionOn(s->m_Options, kGroupOption); }
@@ -29,8 +39,12 @@ int GroupSize(const slave* s, int type) {
 }
 
 bool HoldsColourant(slave* s, int circuit) {
+  const unsigned failures = SlvFailureCount();
   double cur = 0.0;
   s->TankQnts(circuit, &cur, nullptr, nullptr);
+  // A level that could not be read for want of memory stops the purge
+  // before anything is sent: the circuit is not skipped as if it were dry.
+  if (SlvFailureCount() != failures) throw SlvFailureNoted();
   return cur > kSlvEpsilon;
 }
 
@@ -52,17 +66,24 @@ bool RefuseQuantity(slave* s, double quantity) {
 int PurgeByDispensing(slave* s, const std::vector<int>& circuits, double quantity, int g,
                       Zu_Frm* record) {
   if (g < 1) g = 1;
-  if (GroupFlag(s)) Send(s, "/G2");
-  int result = -1;
+  // The groups are made before "/G2" goes out: from there to "/G0" nothing
+  // needs memory of its own.
+  std::vector<std::vector<int>> groups;
   for (size_t start = 0; start < circuits.size(); start += static_cast<size_t>(g)) {
     const size_t end = std::min(circuits.size(), start + static_cast<size_t>(g));
-    std::vector<int> group(circuits.begin() + static_cast<long>(start),
-                           circuits.begin() + static_cast<long>(end));
-    std::vector<double> qnts(group.size(), quantity);
+    groups.emplace_back(circuits.begin() + static_cast<long>(start),
+                        circuits.begin() + static_cast<long>(end));
+  }
+  std::vector<double> qnts(static_cast<size_t>(g), quantity);
+
+  if (GroupFlag(s)) Send(s, "/G2");
+  int result = -1;
+  for (std::vector<int>& group : groups) {
     for (int circuit : group) {
       if (record != nullptr) record->add(ColourantOf(s, circuit), quantity, 0, 0);
     }
     const int n = static_cast<int>(group.size());
+    // UpdateLevels scales the quantities in place (factor 1): they stay.
     if (!s->UpdateLevels(n, group.data(), qnts.data(), 1.0, 0)) s->m_LevelsNotBooked = 1;
     result = s->Dispense(n, group.data(), qnts.data(), 1.0);
   }
@@ -85,13 +106,13 @@ int BookDriverPurge(slave* s, const std::vector<int>& circuits, double quantity,
 
 }  // namespace
 
-int slave::Purge(double quantity, Zu_Frm* record, bool send, bool oneByOne) {
+int slave::Purge(double quantity, Zu_Frm* record, bool send, bool oneByOne) try {
   m_LevelsNotBooked = 0;
   if (m_Dsp == nullptr || RefuseQuantity(this, quantity)) return 0;
   const int type = m_Dsp->GetType(0, 0);
   if (type == 9) {
     if (!send) return 1;
-    return Send(this, SlvFormat("/D(PURGE)(%f)", quantity));
+    return Send(this, SlvFormat("/D(PURGE)(%f)", quantity).c_str());
   }
   const int g = oneByOne ? 1 : GroupSize(this, type);
   if (m_DispId < 1 || m_NumTanks < 1) return 0;
@@ -115,9 +136,11 @@ int slave::Purge(double quantity, Zu_Frm* record, bool send, bool oneByOne) {
   const int r = m_Dsp->PurgeCircuits(static_cast<int>(circuits.size()), circuits.data(), quantity);
   if (r == -1) return PurgeByDispensing(this, circuits, quantity, g, record);
   return BookDriverPurge(this, circuits, quantity, -1.0, r, record);
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
-int slave::SelectivePurge(long* colourants, double quantity) {
+int slave::SelectivePurge(long* colourants, double quantity) try {
   m_LevelsNotBooked = 0;
   if (m_DispId < 1 || m_Dsp == nullptr || colourants == nullptr) return 0;
   if (RefuseQuantity(this, quantity)) return 0;
@@ -136,29 +159,37 @@ int slave::SelectivePurge(long* colourants, double quantity) {
   if (r == -1) return PurgeByDispensing(this, selection, quantity, g, nullptr);
   // The driver's purge is added to the levels here, unlike Purge.
   return BookDriverPurge(this, selection, quantity, 1.0, r, nullptr);
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
-int slave::CanisterPurge(int circuit, double quantity) {
+int slave::CanisterPurge(int circuit, double quantity) try {
   m_LevelsNotBooked = 0;
   if (m_DispId < 1 || m_Dsp == nullptr || RefuseQuantity(this, quantity)) return 0;
   if (m_Dsp->GetType(0, 0) == 9) {
-    return Send(this, SlvFormat("/D(PURGEBYCAN)(%d:%f)", circuit, quantity));
+    return Send(this, SlvFormat("/D(PURGEBYCAN)(%d:%f)", circuit, quantity).c_str());
   }
   if (m_NumTanks < 1 || !HoldsColourant(this, circuit)) return 0;
   std::vector<int> one(1, circuit);
   const int r = m_Dsp->PurgeCircuits(1, one.data(), quantity);
   if (r == -1) return PurgeByDispensing(this, one, quantity, 1, nullptr);
   return BookDriverPurge(this, one, quantity, 1.0, r, nullptr);
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
-int slave::Test(bool grouped, double quantity) {
+int slave::Test(bool grouped, double quantity) try {
   m_LevelsNotBooked = 0;
   if (m_DispId < 1 || m_Dsp == nullptr || RefuseQuantity(this, quantity)) return 0;
-  if (m_Dsp->GetType(0, 0) == 9) return Send(this, SlvFormat("/D(PURGE_SEQ)(%f)", quantity));
+  if (m_Dsp->GetType(0, 0) == 9) {
+    return Send(this, SlvFormat("/D(PURGE_SEQ)(%f)", quantity).c_str());
+  }
   if (m_Dsp->PurgeCircuits(0, nullptr, 0.0) != -1) return Purge(quantity, nullptr, true, false);
   if (!grouped) return Send(this, "/T");
   if (GroupFlag(this)) Send(this, "/G2");
   const int result = Send(this, "/T");
   if (GroupFlag(this)) Send(this, "/G0");
   return result;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }

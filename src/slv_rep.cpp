@@ -28,13 +28,10 @@ long ColourantOf(const slave* s, int circuit) {
 
 }  // namespace
 
-int slave::ParseDispensedRequest(char* reply, int* circuits, double* requested, double* dispensed) {
+int slave::ParseDispensedRequest(char* reply, int* circuits, double* requested, double* dispensed) try {
   if (m_DispId < 1 || reply == nullptr || reply[0] == '\0') return -1;
-  // A reply that does not fit the work buffer is not read in part.
-  if (strlen(reply) > SLV_CMD_BUFFER - 1) {
-    TarvoTrace("\n%s(%d): reply of %zu characters refused", kSource, __LINE__, strlen(reply));
-    return -1;
-  }
+  // The reply is read whole, however long: a copy cut at 511 characters
+  // would lose the groups past it, or cut one in two.
   std::string text = reply;
   const long open = std::count(text.begin(), text.end(), '(');
   const long close = std::count(text.begin(), text.end(), ')');
@@ -58,9 +55,11 @@ int slave::ParseDispensedRequest(char* reply, int* circuits, double* requested, 
     ++groups;
   }
   return groups;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, -1);
 }
 
-int slave::FormulaRequest(char* reply, char* out, int outSize, int mode) {
+int slave::FormulaRequest(char* reply, char* out, int outSize, int mode) try {
   if (out == nullptr || outSize < 1 || reply == nullptr || reply[0] == '\0') return -1;
   Qdbase* disp = nullptr;
   Qdbase* tanks = nullptr;
@@ -105,23 +104,33 @@ int slave::FormulaRequest(char* reply, char* out, int outSize, int mode) {
     }
   }
   return 1;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, -1);
 }
 
-int slave::FormulaRemainingRequest(char* reply, char* out, int outSize) {
+int slave::FormulaRemainingRequest(char* reply, char* out, int outSize) try {
   return FormulaRequest(reply, out, outSize, kRemaining);
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, -1);
 }
 
-int slave::FormulaDispensedRequest(char* reply, char* out, int outSize) {
+int slave::FormulaDispensedRequest(char* reply, char* out, int outSize) try {
   return FormulaRequest(reply, out, outSize, kDispensed);
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, -1);
 }
 
-int slave::FormulaTotalOriginalRequest(char* reply, char* out, int outSize) {
+int slave::FormulaTotalOriginalRequest(char* reply, char* out, int outSize) try {
   return FormulaRequest(reply, out, outSize, kTotalOriginal);
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, -1);
 }
 
-int slave::FormulaRemainingRequestT7R(int a, char* b, int c, char* d, int e) {
+int slave::FormulaRemainingRequestT7R(int a, char* b, int c, char* d, int e) try {
   if (m_Dsp == nullptr || m_Dsp->GetType(0, 0) != 9) return 0;
   return m_Dsp->FormulaRemainingRequest(a, b, c, d, e);
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
 namespace {
@@ -164,7 +173,7 @@ double DispensedIn(const std::string& reply, int circuit) {
 
 }  // namespace
 
-int slave::DispensedRequest(char* request, char* out, int outSize) {
+int slave::DispensedRequest(char* request, char* out, int outSize) try {
   if (m_DispId < 1 || request == nullptr || out == nullptr || outSize < 1) return 0;
   if (strlen(request) > SLV_CMD_BUFFER - 1) return 0;
   const std::string text = request;
@@ -194,15 +203,31 @@ int slave::DispensedRequest(char* request, char* out, int outSize) {
   const size_t cut = command.find(';');
   const std::string firstPart = command.substr(0, cut);
   const std::string secondPart = cut == std::string::npos ? "" : command.substr(cut + 1);
+  // Both queries are checked before the first is sent: a request whose
+  // query cannot be built whole asks the machine nothing (no bare "/O").
+  if (firstPart.empty()) {
+    TarvoTrace("\n%s(%d): request builds no query", kSource, __LINE__);
+    m_LastError = SLV_ERR_GENERIC;
+    return 0;
+  }
+  for (const std::string* part : {&firstPart, &secondPart}) {
+    const size_t length = part->size() + 2;
+    if (length < SLV_CMD_BUFFER) continue;
+    TarvoTrace("\n%s(%d): query of %zu characters refused: room for %d", kSource, __LINE__, length,
+               SLV_CMD_BUFFER - 1);
+    m_LastError = SLV_ERR_GENERIC;
+    return 0;
+  }
 
   char reply[SLV_CMD_BUFFER] = "";
-  std::string query = "/O" + firstPart;
-  int result = sendcommand(&query[0], reply, sizeof reply - 1);
+  char query[SLV_CMD_BUFFER];
+  snprintf(query, sizeof query, "/O%s", firstPart.c_str());
+  int result = sendcommand(query, reply, sizeof reply - 1);
   bool correct = false;
   if (result == 0) {
     if (secondPart.empty()) return 0;
-    query = "/O" + secondPart;
-    result = sendcommand(&query[0], reply, sizeof reply - 1);
+    snprintf(query, sizeof query, "/O%s", secondPart.c_str());
+    result = sendcommand(query, reply, sizeof reply - 1);
     if (result == 0) return 0;
     correct = true;
   }
@@ -226,4 +251,6 @@ int slave::DispensedRequest(char* request, char* out, int outSize) {
   }
   memcpy(out, report.c_str(), report.size() + 1);
   return result;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }

@@ -124,7 +124,7 @@ void SlvKeepTankMapCurrent(slave* s) {
   if (s->m_Dsp != nullptr && s->m_Dsp->GetType(0, 0) != 9) s->m_NumCircuits = s->m_NumTanks;
 }
 
-int slave::Set(long id) {
+int slave::Set(long id) try {
   clean();
   Qdbase* disp = nullptr;
   Qdbase* tanks = nullptr;
@@ -170,6 +170,10 @@ int slave::Set(long id) {
 
   m_NumCircuits = (m_Dsp->GetType(0, 0) == 9) ? m_Dsp->GetCircuitCount(id) : m_NumTanks;
   return 1;
+} catch (...) {
+  // A selection that fails part way leaves no dispenser selected.
+  clean();
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
 namespace {
@@ -186,17 +190,21 @@ long StepDispenser(bool first) {
 
 }  // namespace
 
-int slave::FindFirst() {
+int slave::FindFirst() try {
   const long id = StepDispenser(true);
   return id == 0 ? 0 : Set(id);
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
-int slave::FindNext() {
+int slave::FindNext() try {
   const long id = StepDispenser(false);
   return id == 0 ? 0 : Set(id);
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
-int slave::SetCommPort(int port) {
+int slave::SetCommPort(int port) try {
   if (port == m_CommPort) return 1;
   // The port is written as two characters over the start of COMMUNIC; a
   // port that needs more would shift every other setting, so it is refused
@@ -222,11 +230,17 @@ int slave::SetCommPort(int port) {
   Dsp_InitLoad();
   const int selected = Set(m_DispId);
   return written ? selected : 0;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
-int slave::SetSeparateThread(int on) {
-  const bool current = m_DispId != 0 && SlvOptionOn(m_Options, 6);
-  if ((on != 0) == current) return 1;
+int slave::SetSeparateThread(int on) try {
+  // The argument itself is compared with the state (0 or 1): any other
+  // value writes the option, as '1', and selects the dispenser again.
+  const int current = (m_DispId != 0 && SlvOptionOn(m_Options, 6)) ? 1 : 0;
+  if (on == current) return 1;
   const int result = ForceOption(6, on);
   return result ? Set(m_DispId) : result;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }

@@ -41,7 +41,7 @@ int Send(slave* s, const std::string& command) {
 }  // namespace
 
 int SlaveReadCan(unsigned long dataId, long canId, int* hMin, int* hMax, int* zeroFlag,
-                 int* noPunch, int* prefFlag) {
+                 int* noPunch, int* prefFlag) try {
   if (hMin != nullptr) *hMin = 0;
   if (hMax != nullptr) *hMax = 0;
   if (zeroFlag != nullptr) *zeroFlag = 0;
@@ -72,16 +72,20 @@ int SlaveReadCan(unsigned long dataId, long canId, int* hMin, int* hMax, int* ze
   }
   cans.Close();
   return result;
+} catch (...) {
+  return SlvFailed(static_cast<slave*>(nullptr), kSource, __LINE__, __func__, 0);
 }
 
-int slave::ShelfMove(int height) {
+int slave::ShelfMove(int height) try {
   // Hfoto is the shelf's upper limit, when the record sets one.
   const int limit = Hfoto();
   if (limit >= 1 && height > limit) height = limit;
   return Send(this, SlvFormat("/S%d", height));
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
-int slave::ShelfPrepos(long canId) {
+int slave::ShelfPrepos(long canId) try {
   if (canId == 0) return Send(this, "/A");
   Can can;
   // An unknown can must not stop a dispense.
@@ -89,9 +93,11 @@ int slave::ShelfPrepos(long canId) {
   if (can.zeroFlag) return Send(this, "/A");
   if (UsesPreferredPosition(this, can)) return ShelfMove(HPrefPos() + kPrepositionLift);
   return ShelfMove(can.hMax + kPrepositionLift);
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
-int slave::ShelfPos(long canId) {
+int slave::ShelfPos(long canId) try {
   if (canId == 0) {
     // Without a can the machine is expected to refuse the move as "can too
     // big" (9): only that refusal counts as success.
@@ -115,31 +121,39 @@ int slave::ShelfPos(long canId) {
   if (LastError() != 9) return 0;
   // Can too big: accepted when the can is higher than the shelf allows.
   return Hfoto() <= can.hMax ? 1 : 0;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
-int slave::ShelfPostpos(long canId) {
+int slave::ShelfPostpos(long canId) try {
   if (canId != 0) {
     Can can;
     if (!ReadCan(this, canId, &can) || !can.zeroFlag) return 1;
   }
   return Send(this, "/A");
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
-int slave::SingleRecirculate(int a, int b, int c) {
+int slave::SingleRecirculate(int a, int b, int c) try {
   if (a < 0 || b < 0 || c < 0 || c > INT_MAX / 2) return 0;
   char cmd[64] = {0};
   snprintf(cmd, sizeof cmd, "/F(%d:%d:%d)", a, b, 2 * c);
   return sendcommand(cmd, nullptr, 0);
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
-int slave::SingleMix(int a, int b) {
+int slave::SingleMix(int a, int b) try {
   if (a < 0 || b < 0 || b > INT_MAX / 2) return 0;
   char cmd[64] = {0};
   snprintf(cmd, sizeof cmd, "/H(%d:%d)", a, 2 * b);
   return sendcommand(cmd, nullptr, 0);
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
-int _slv_GetColorantCode(long dispId, int tank, char* code, int codeLen) {
+int _slv_GetColorantCode(long dispId, int tank, char* code, int codeLen) try {
   const long dataId = Zu_DataIdFromSlaveId(dispId);
   if (code == nullptr) return 0;
   if (codeLen > 0) code[0] = '\0';
@@ -163,4 +177,6 @@ int _slv_GetColorantCode(long dispId, int tank, char* code, int codeLen) {
   }
   colorants.TmpClose();
   return result;
+} catch (...) {
+  return SlvFailed(static_cast<slave*>(nullptr), kSource, __LINE__, __func__, 0);
 }

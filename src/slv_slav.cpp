@@ -78,13 +78,25 @@ slave::slave(long id)
       m_SerialNo(), m_LastDosedFrm(nullptr), m_LastDosedMode(0),
       m_PurgeSrvOff(0), m_PurgeSrvHost(), m_PurgeSrvPort(0), m_PurgeSrvTimeout(0),
       m_LevelsNotBooked(0), m_State(new (std::nothrow) SlvState) {
+  // A constructor's own function-try-block would throw again: the body
+  // catches, and a failure leaves an object without dispenser.
   InitPurgeServerSettings(this);
-  ExportDataPath();
-  if (++counter == 1) {
-    ReadDebugSwitch();
-    _slv_OpenDatabases();
+  try {
+    ExportDataPath();
+  } catch (...) {
+    SlvNoteFailure(this, kSource, __LINE__, __func__);
   }
-  Set(id);
+  // Counted whatever follows: the destructor counts every object down.
+  ++counter;
+  try {
+    if (counter == 1) {
+      ReadDebugSwitch();
+      _slv_OpenDatabases();
+    }
+    Set(id);
+  } catch (...) {
+    SlvNoteFailure(this, kSource, __LINE__, __func__);
+  }
 }
 
 slave::slave(const slave& o)
@@ -92,7 +104,7 @@ slave::slave(const slave& o)
       m_SeparateThread(1), m_DispId(0), m_Address(0), m_Descr(), m_Options(),
       m_Model(), m_NumTanks(0), m_NumCircuits(0), m_TankRecNo(nullptr),
       m_TankCntId(nullptr), m_LastError(0), m_SingleCircuit(0),
-      m_FwVersion(-1), m_PurgeSrvFlag(0), m_DataId(0), m_Text(o.m_Text),
+      m_FwVersion(-1), m_PurgeSrvFlag(0), m_DataId(0), m_Text(),
       m_CommPort(0), m_SerialNo(), m_LastDosedFrm(nullptr), m_LastDosedMode(0),
       m_PurgeSrvOff(0), m_PurgeSrvHost(), m_PurgeSrvPort(0), m_PurgeSrvTimeout(0),
       m_LevelsNotBooked(0), m_State(new (std::nothrow) SlvState) {
@@ -100,40 +112,50 @@ slave::slave(const slave& o)
   // shares no driver and never opens the tables.
   InitPurgeServerSettings(this);
   ++counter;
+  try {
 
-  m_DispId = o.m_DispId;
-  m_Address = o.m_Address;
-  snprintf(m_Descr, sizeof m_Descr, "%s", o.m_Descr);
-  snprintf(m_Options, sizeof m_Options, "%s", o.m_Options);
-  snprintf(m_Model, sizeof m_Model, "%s", o.m_Model);
+    m_DispId = o.m_DispId;
+    m_Address = o.m_Address;
+    snprintf(m_Descr, sizeof m_Descr, "%s", o.m_Descr);
+    snprintf(m_Options, sizeof m_Options, "%s", o.m_Options);
+    snprintf(m_Model, sizeof m_Model, "%s", o.m_Model);
 
-  m_NumTanks = o.m_NumTanks;
-  if (m_State != nullptr && o.m_State != nullptr) *m_State = *o.m_State;
-  if (m_NumTanks > 0 && o.m_TankRecNo != nullptr && o.m_TankCntId != nullptr) {
-    const size_t bytes = sizeof(long) * static_cast<size_t>(m_NumTanks);
-    m_TankRecNo = static_cast<long*>(malloc(bytes));
-    m_TankCntId = static_cast<long*>(malloc(bytes));
-    if (m_TankRecNo == nullptr || m_TankCntId == nullptr) {
-      TarvoTrace("\n%s(%d): ***** memory alloc error! ****** ", kSource, __LINE__);
-      clean();
-      return;
+    m_NumTanks = o.m_NumTanks;
+    if (m_State != nullptr && o.m_State != nullptr) *m_State = *o.m_State;
+    if (m_NumTanks > 0 && o.m_TankRecNo != nullptr && o.m_TankCntId != nullptr) {
+      const size_t bytes = sizeof(long) * static_cast<size_t>(m_NumTanks);
+      m_TankRecNo = static_cast<long*>(malloc(bytes));
+      m_TankCntId = static_cast<long*>(malloc(bytes));
+      if (m_TankRecNo == nullptr || m_TankCntId == nullptr) {
+        TarvoTrace("\n%s(%d): ***** memory alloc error! ****** ", kSource, __LINE__);
+        clean();
+        return;
+      }
+      memcpy(m_TankRecNo, o.m_TankRecNo, bytes);
+      memcpy(m_TankCntId, o.m_TankCntId, bytes);
+    } else {
+      m_NumTanks = 0;
     }
-    memcpy(m_TankRecNo, o.m_TankRecNo, bytes);
-    memcpy(m_TankCntId, o.m_TankCntId, bytes);
-  } else {
-    m_NumTanks = 0;
-  }
 
-  m_LastError = o.m_LastError;
-  m_SingleCircuit = o.m_SingleCircuit;
-  m_Window = o.m_Window;
-  m_SplitThreshold = o.m_SplitThreshold;
-  m_SplitPerc = o.m_SplitPerc;
-  m_SeparateThread = o.m_SeparateThread;
+    m_LastError = o.m_LastError;
+    m_SingleCircuit = o.m_SingleCircuit;
+    m_Window = o.m_Window;
+    m_SplitThreshold = o.m_SplitThreshold;
+    m_SplitPerc = o.m_SplitPerc;
+    m_SeparateThread = o.m_SeparateThread;
+    m_Text = o.m_Text;
+  } catch (...) {
+    clean();
+    SlvNoteFailure(this, kSource, __LINE__, __func__);
+  }
 }
 
 slave::~slave() {
-  if (counter-- == 1) _slv_CloseDatabases();
+  try {
+    if (counter-- == 1) _slv_CloseDatabases();
+  } catch (...) {
+    SlvNoteFailure(this, kSource, __LINE__, __func__);
+  }
   clean();
   delete m_State;
 }
@@ -185,11 +207,13 @@ void slave::SetWindowSlave(void* window) { m_Window = window; }
 
 void* slave::GetWindowSlave() { return m_Window; }
 
-int slave::DispenserQuit() {
+int slave::DispenserQuit() try {
   if (m_Dsp == nullptr) return 0;
   const int result = m_Dsp->Quit(1);
   _slv_CloseDatabases();
   return result;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
 namespace {
@@ -208,13 +232,19 @@ double SplittingSetting(const slave* s, int from, int to, double divisor, double
 
 }  // namespace
 
-double slave::GetSplittingPerc() { return SplittingSetting(this, 37, 40, 10.0, &m_SplitPerc); }
-
-double slave::GetSplittingThreshold() {
-  return SplittingSetting(this, 41, 44, 1.0, &m_SplitThreshold);
+double slave::GetSplittingPerc() try {
+  return SplittingSetting(this, 37, 40, 10.0, &m_SplitPerc);
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0.0);
 }
 
-int slave::NumSpeeds(int* speeds) {
+double slave::GetSplittingThreshold() try {
+  return SplittingSetting(this, 41, 44, 1.0, &m_SplitThreshold);
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0.0);
+}
+
+int slave::NumSpeeds(int* speeds) try {
   Qdbase* disp = SlvDispenserRecord(this);
   if (disp == nullptr) return 0;
   char values[128];
@@ -229,9 +259,11 @@ int slave::NumSpeeds(int* speeds) {
     ++count;
   }
   return count;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
-int slave::IsGravimetric() {
+int slave::IsGravimetric() try {
   if (m_DispId < 1 || m_Dsp == nullptr) return 0;
   CZutable colorants;
   Qdbase* table = SlvOpenColorants(this, &colorants, kSource, __LINE__);
@@ -261,9 +293,11 @@ int slave::IsGravimetric() {
   }
   colorants.Close();
   return result;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
-int slave::TankSoglia(int tank, double* threshold, int* flag0, int* flag1) {
+int slave::TankSoglia(int tank, double* threshold, int* flag0, int* flag1) try {
   if (threshold != nullptr) *threshold = 0.0;
   if (m_DispId < 1 || tank < 1 || tank > m_NumTanks || m_TankRecNo == nullptr) return 0;
   const long recno = m_TankRecNo[tank - 1];
@@ -279,6 +313,8 @@ int slave::TankSoglia(int tank, double* threshold, int* flag0, int* flag1) {
   if (flag0 != nullptr) *flag0 = haveFlags && flags[0] != '\0' && flags[0] != '0';
   if (flag1 != nullptr) *flag1 = haveFlags && flags[0] != '\0' && flags[1] != '\0' && flags[1] != '0';
   return 1;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
 void SlaveSetEnvironmentFunc(void (*)(), void (*)()) {}

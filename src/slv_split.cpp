@@ -14,6 +14,8 @@
 
 namespace {
 
+const char kSource[] = "slv_split";
+
 double Usable(const CtInDspTank& e) { return e.cur_q - e.res_q; }
 
 // bit_check answers -1 for a bit past the end of the flags; "precisely off"
@@ -159,12 +161,14 @@ int SplitLinked(ColourantInDispenser* c, int lo, int hi, double qnt, double th, 
 
 }  // namespace
 
-int ColourantInDispenser::SplitQnt(long cnt, double qnt) {
+int ColourantInDispenser::SplitQnt(long cnt, double qnt) try {
   // A quantity that is not a number, infinite or negative names no dispense.
-  if (cnt < 1 || !std::isfinite(qnt) || qnt < -kSlvEpsilon) return 0;
+  if (!std::isfinite(qnt) || qnt < -kSlvEpsilon) return 0;
+  // The machine judges every colourant id it is given, 0 included.
   if (m_Slave != nullptr && m_Slave->m_Dsp != nullptr && m_Slave->m_Dsp->GetType(0, 0) == 9) {
     return DriverLevelCheck(m_Slave, cnt, qnt);
   }
+  if (cnt == 0) return 0;
   CntStatus status = CNT_ABSENT;
   if (!Read(cnt) || !IsCntOK(&status)) return 0;
 
@@ -206,9 +210,11 @@ int ColourantInDispenser::SplitQnt(long cnt, double qnt) {
 
   if (status == CNT_LINKED) return SplitLinked(this, lo, hi, qnt, th, avail);
   return SplitIndependent(this, lo, hi, qnt);
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
-int ColourantInDispenser::SplitByMpx(long, double qnt) {
+int ColourantInDispenser::SplitByMpx(long, double qnt) try {
   if (m_NumTanks != 2 || m_Tanks == nullptr) return 0;
   CtInDspTank& first = m_Tanks[0];
   CtInDspTank& second = m_Tanks[1];
@@ -255,28 +261,34 @@ int ColourantInDispenser::SplitByMpx(long, double qnt) {
   first.split_q = vol1;
   second.split_q = vol2;
   return (lev1 == 1 || lev2 == 1) ? 1 : 2;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
 int ColourantInDispenser::SplitQntToTanks(long cnt, double qnt, Zu_IntArray* tanks,
-                                          Zu_DoubleArray* qnts) {
+                                          Zu_DoubleArray* qnts) try {
   if (SplitQnt(cnt, qnt) == 0 || m_NumTanks < 1 || m_Tanks == nullptr) return 0;
   int listed = 0;
   for (int i = 0; i < m_NumTanks; ++i) {
     // A zero quantity lists every tank; otherwise only the tanks given a share.
     if (qnt >= kSlvEpsilon && m_Tanks[i].split_q <= kSlvEpsilon) continue;
-    if (tanks != nullptr) tanks->append(m_Tanks[i].tank);
-    if (qnts != nullptr) qnts->append(m_Tanks[i].split_q);
+    if (tanks != nullptr) SlvAppend(tanks, m_Tanks[i].tank);
+    if (qnts != nullptr) SlvAppend(qnts, m_Tanks[i].split_q);
     ++listed;
   }
   return listed;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
 int slave::CntQntToTanks(long cnt, double qnt, Zu_IntArray* tanks, Zu_DoubleArray* qnts,
-                         int trace) {
+                         int trace) try {
   ColourantInDispenser colourant(this);
   const int listed = colourant.SplitQntToTanks(cnt, qnt, tanks, qnts);
   if (trace) colourant.ShowCircuit();
   return listed;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
 namespace {
@@ -286,7 +298,7 @@ int SeekCisternText(Qdbase* cist, const char* id) { return cist->Seek(id); }
 
 }  // namespace
 
-int ColourantInDispenser::SwitchToSingleTank(double max, double res, double cur) {
+int ColourantInDispenser::SwitchToSingleTank(double max, double res, double cur) try {
   CntStatus status = CNT_ABSENT;
   if (m_Slave == nullptr || m_CntId < 1 || !IsCntOK(&status) || status != CNT_MULTI) return 0;
   // A quantity not given (0 or below) is the largest among the tanks.
@@ -329,6 +341,8 @@ int ColourantInDispenser::SwitchToSingleTank(double max, double res, double cur)
     }
   }
   return 1;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
 namespace {
@@ -356,7 +370,7 @@ long AppendCistern(Qdbase* cist, double max, double cur, double res) {
 
 }  // namespace
 
-int ColourantInDispenser::SwitchToMultiTank() {
+int ColourantInDispenser::SwitchToMultiTank() try {
   CntStatus status = CNT_ABSENT;
   if (m_Slave == nullptr || m_CntId < 1 || !IsCntOK(&status) || status != CNT_LINKED) return 0;
   if (m_NumTanks < 1) return 1;
@@ -404,4 +418,6 @@ int ColourantInDispenser::SwitchToMultiTank() {
   }
   if (cist != nullptr) cist->SelectIdx(savedIdx);
   return 1;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }

@@ -37,6 +37,12 @@ int TestBit(const StatusBit& bit, int status) {
   return (status & bit.mask) != 0 ? 1 : 0;
 }
 
+// The texts GetMachineModelAndSerialNo and GetK240CircuitsStatus answer:
+// each call overwrites its buffer.
+const int kAnswerBuffer = 81;
+char g_modelBuffer[kAnswerBuffer];
+char g_circuitBuffer[kAnswerBuffer];
+
 // Copies the driver's answer to the last command into an 81-byte static
 // buffer: a bounded copy of its leading part, always terminated (the
 // buffer is handed to the host as a text).
@@ -60,56 +66,72 @@ int slave::IsBusyForAutomaticProcess(int status) { return TestBit(kBusyForAutoma
 int slave::IsCanPresent(int status) { return TestBit(kCanPresent, status); }
 int slave::IsEmergencyPressed(int status) { return TestBit(kEmergencyPressed, status); }
 
-int slave::IsBusyForNozzleWash(int status) {
+int slave::IsBusyForNozzleWash(int status) try {
   const int result = TestBit(kBusyForNozzleWash, status);
   if (!debug) {
     TarvoTrace("\n%s(%d):IsBusyForNozzleWash() called ... code=%d status=%d", kSource, __LINE__,
                result, status);
   }
   return result;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
-int slave::IsDoorClosed(int status) {
+int slave::IsDoorClosed(int status) try {
   // Without a door switch the door counts as closed.
   if (debug || m_DispId == 0 || !SlvOptionOn(m_Options, kDoorSwitchOption)) return 1;
   if (status == -1) return 0;
   return (status & kDoorClosedMask) != 0 ? 1 : 0;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
-int slave::IsDoorClosed() {
+int slave::IsDoorClosed() try {
   if (debug || m_DispId == 0 || !SlvOptionOn(m_Options, kDoorSwitchOption)) return 1;
   char cmd[] = "/!";
   const int status = sendcommand(cmd, nullptr, 0);
   if (status == -1) return 0;
   return (status & kDoorClosedMask) != 0 ? 1 : 0;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
-int slave::SetMachineModelAndSerialNo(char* text) {
+int slave::SetMachineModelAndSerialNo(char* text) try {
   if (text == nullptr) return 0;
   std::string cmd = SlvFormat("/M0(%s)", text);
   return sendcommand(&cmd[0], nullptr, 0);
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
-char* slave::GetMachineModelAndSerialNo() {
-  static char buffer[81];
+char* slave::GetMachineModelAndSerialNo() try {
+  char* buffer = g_modelBuffer;
   char cmd[] = "/M1";
   const int result = sendcommand(cmd, nullptr, 0);
-  if (result != -1) return AnswerInto(this, buffer, sizeof buffer, result);
+  if (result != -1) return AnswerInto(this, buffer, kAnswerBuffer, result);
   // Without an answer the record's serial number stands in.
-  snprintf(buffer, sizeof buffer, "%s", m_SerialNo);
+  snprintf(buffer, kAnswerBuffer, "%s", m_SerialNo);
   return buffer;
+} catch (...) {
+  g_modelBuffer[0] = '\0';
+  return SlvFailed(this, kSource, __LINE__, __func__, g_modelBuffer);
 }
 
-char* slave::GetK240CircuitsStatus(int circuit) {
-  static char buffer[81];
+char* slave::GetK240CircuitsStatus(int circuit) try {
+  char* buffer = g_circuitBuffer;
   char cmd[32];
   snprintf(cmd, sizeof cmd, "/KS(%d)", circuit);
   const int result = sendcommand(cmd, nullptr, 0);
-  return AnswerInto(this, buffer, sizeof buffer, result);
+  return AnswerInto(this, buffer, kAnswerBuffer, result);
+} catch (...) {
+  g_circuitBuffer[0] = '\0';
+  return SlvFailed(this, kSource, __LINE__, __func__, g_circuitBuffer);
 }
 
-int slave::DispenseStep(int a, int b, int c) {
+int slave::DispenseStep(int a, int b, int c) try {
   if (m_Dsp == nullptr) return 0;
   // The driver takes the second and third numbers the other way round.
   return m_Dsp->DispenseStep(m_DispId, a, c, b, 0);
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }

@@ -13,6 +13,8 @@
 
 namespace {
 
+const char kSource[] = "slv_tank";
+
 bool ValidTank(const slave* s, int tank) {
   return tank >= 1 && tank <= s->m_NumTanks && s->m_TankRecNo != nullptr &&
          s->m_TankCntId != nullptr;
@@ -102,7 +104,7 @@ void RefreshFromDriver(slave* s, int tank) {
 
 }  // namespace
 
-int slave::NumCnts() {
+int slave::NumCnts() try {
   if (m_NumTanks < 1 || m_TankCntId == nullptr) return 0;
   std::vector<long> seen;
   for (int i = 0; i < m_NumTanks; ++i) {
@@ -110,40 +112,55 @@ int slave::NumCnts() {
     if (cnt > 0 && std::find(seen.begin(), seen.end(), cnt) == seen.end()) seen.push_back(cnt);
   }
   return static_cast<int>(seen.size());
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
-void slave::CntsList(long* out) {
+void slave::CntsList(long* out) try {
   if (out == nullptr || m_TankCntId == nullptr) return;
   int used = 0;
   for (int i = 0; i < m_NumTanks; ++i) {
     const long cnt = m_TankCntId[i];
     if (cnt > 0 && std::find(out, out + used, cnt) == out + used) out[used++] = cnt;
   }
+} catch (...) {
+  SlvNoteFailure(this, kSource, __LINE__, __func__);
 }
 
-int slave::CntToNumTanks(long cnt) {
-  if (cnt < 1 || m_TankCntId == nullptr) return 0;
+// The three tank-map queries answer for any colourant id, 0 included: 0
+// marks an empty tank (or a gap in the numbering), so they count and list
+// the empty tanks. What doses or books refuses colourant 0 itself.
+int slave::CntToNumTanks(long cnt) try {
+  if (m_TankCntId == nullptr) return 0;
   return static_cast<int>(std::count(m_TankCntId, m_TankCntId + m_NumTanks, cnt));
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
-int slave::CntToTank(long cnt) {
-  if (cnt < 1 || m_TankCntId == nullptr) return 0;
+int slave::CntToTank(long cnt) try {
+  if (m_TankCntId == nullptr) return 0;
   for (int i = 0; i < m_NumTanks; ++i) {
     if (m_TankCntId[i] == cnt) return i + 1;
   }
   return 0;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
-void slave::CntToTanks(long cnt, int max, int* out) {
-  if (cnt < 1 || out == nullptr || m_TankCntId == nullptr) return;
+void slave::CntToTanks(long cnt, int max, int* out) try {
+  if (out == nullptr || m_TankCntId == nullptr) return;
   int found = 0;
   for (int i = 0; i < m_NumTanks && found < max; ++i) {
     if (m_TankCntId[i] == cnt) out[found++] = i + 1;
   }
+} catch (...) {
+  SlvNoteFailure(this, kSource, __LINE__, __func__);
 }
 
-int slave::CntQntToTank(long cnt, double qnt) {
-  if (!std::isfinite(qnt)) return 0;
+int slave::CntQntToTank(long cnt, double qnt) try {
+  // The answer is the tank a quantity is taken from: an empty tank (colourant
+  // 0) or a colourant id below 0 names none.
+  if (cnt < 1 || !std::isfinite(qnt)) return 0;
   const int n = CntToNumTanks(cnt);
   if (n == 0) return 0;
   if (n == 1 || qnt < kSlvEpsilon) return CntToTank(cnt);
@@ -199,6 +216,8 @@ int slave::CntQntToTank(long cnt, double qnt) {
     }
   }
   return answer;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
 namespace {
@@ -241,32 +260,46 @@ int TypeCircuit(slave* s, long cnt, bool checkThresholds) {
 
 }  // namespace
 
-int slave::CntToTypeCircuit(long cnt) { return TypeCircuit(this, cnt, true); }
+int slave::CntToTypeCircuit(long cnt) try {
+  return TypeCircuit(this, cnt, true);
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
+}
 
-int slave::CntToTypeCircuitNoTh(long cnt) { return TypeCircuit(this, cnt, false); }
+int slave::CntToTypeCircuitNoTh(long cnt) try {
+  return TypeCircuit(this, cnt, false);
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
+}
 
-int slave::TankToTankField(int tank) {
+int slave::TankToTankField(int tank) try {
   Qdbase* tanks = TankRecord(this, tank);
   int field = 0;
   if (tanks == nullptr || !tanks->ReadInt("TANK", &field)) return 0;
   return field;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
-int slave::CanisterToCanisterField(int canister, bool* a, bool* b) {
+int slave::CanisterToCanisterField(int canister, bool* a, bool* b) try {
   if (m_Dsp == nullptr || m_Dsp->GetType(0, 0) != 9) return TankToTankField(canister + 1);
   if (a != nullptr) *a = m_Dsp->GetCanisterFlagA(canister) != 0;
   if (b != nullptr) *b = m_Dsp->GetCanisterFlagB(canister) != 0;
   return m_Dsp->GetCanisterField(canister);
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
-int slave::TankAvail(int tank) {
+int slave::TankAvail(int tank) try {
   if (tank < 0 || tank > m_NumTanks || m_TankRecNo == nullptr) return 0;
   if (tank > 0) return m_TankRecNo[tank - 1] >= 1 ? 1 : 0;
   return static_cast<int>(std::count_if(m_TankRecNo, m_TankRecNo + m_NumTanks,
                                         [](long recno) { return recno >= 1; }));
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
-int slave::TankLocate(int tank) {
+int slave::TankLocate(int tank) try {
   Qdbase* cist = nullptr;
   Qdbase* tanks = TankRecord(this, tank, &cist);
   if (tanks == nullptr) return 0;
@@ -274,9 +307,11 @@ int slave::TankLocate(int tank) {
   tanks->ReadLong("CIST_ID", &cistId);
   if (cistId == 0 || cist == nullptr) return 1;
   return SeekCistern(cist, cistId) ? 1 : 2;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
-int slave::TankQnts(int tank, double* cur, double* res, double* max) {
+int slave::TankQnts(int tank, double* cur, double* res, double* max) try {
   if (cur != nullptr) *cur = 0.0;
   if (res != nullptr) *res = 0.0;
   if (max != nullptr) *max = 0.0;
@@ -288,6 +323,9 @@ int slave::TankQnts(int tank, double* cur, double* res, double* max) {
   if (own == -1) return 0;
 
   // A secondary tank of a linked group answers its master's quantities.
+  // Empty tanks (colourant 0) form no group: one never answers, nor books
+  // on, another empty tank's record.
+  if (m_TankCntId[tank - 1] < 1) return 0;
   const int n = CntToNumTanks(m_TankCntId[tank - 1]);
   std::vector<int> group(static_cast<size_t>(n));
   CntToTanks(m_TankCntId[tank - 1], n, group.data());
@@ -298,9 +336,11 @@ int slave::TankQnts(int tank, double* cur, double* res, double* max) {
     if (result == 1) break;
   }
   return result;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
-int slave::TankResolution(int tank, double* res) {
+int slave::TankResolution(int tank, double* res) try {
   TarvoTrace("\nslave:TankResolution called with param=%d", tank);
   if (res == nullptr) {
     TarvoTrace("\nslave:TankResolution - invalid parameter");
@@ -346,19 +386,27 @@ int slave::TankResolution(int tank, double* res) {
   }
   TarvoTrace("\n01)slave:TankResolution - minimal resolution NOT found");
   return 0;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
-int slave::MoveToFill(int tank) {
+int slave::MoveToFill(int tank) try {
   if (m_Dsp == nullptr) return 0;
   return m_Dsp->MoveToFill(m_DispId, tank) == 0 ? 1 : 0;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
-int slave::CheckLevel(int tank, double qnt) {
+int slave::CheckLevel(int tank, double qnt) try {
   Qdbase* tanks = nullptr;
   if (!_slv_dbhandles(nullptr, &tanks, nullptr)) return 0;
   double cur = 0.0, res = 0.0;
-  if (TankQnts(tank, &cur, &res, nullptr) < 1) return 0;
+  // A secondary whose master's quantities cannot be had answers -1 with
+  // both quantities 0; it is judged on those.
+  if (TankQnts(tank, &cur, &res, nullptr) == 0) return 0;
   return slave_test_level(cur - qnt, res);
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
 void slave::SetSingleCircuit(int on) {

@@ -5,6 +5,7 @@
 #include <string.h>
 
 #include <cmath>
+#include <new>
 
 #include "host/qdsp32.h"
 #include "slv_internal.h"
@@ -83,4 +84,46 @@ Qdbase* SlvOpenColorants(const slave* s, CZutable* colorants, const char* source
     return nullptr;
   }
   return table;
+}
+
+namespace {
+
+unsigned g_failures = 0;
+
+template <typename Array, typename Value>
+void Append(Array* array, Value value) {
+  if (array->append(value) < 0) throw std::bad_alloc();
+}
+
+}  // namespace
+
+void SlvAppend(Zu_IntArray* array, int value) { Append(array, value); }
+void SlvAppend(Zu_LongArray* array, long value) { Append(array, value); }
+void SlvAppend(Zu_DoubleArray* array, double value) { Append(array, value); }
+
+unsigned SlvFailureCount() noexcept { return g_failures; }
+
+void SlvNoteFailure(slave* s, const char* source, int line, const char* function) noexcept {
+  const char* what = "unexpected failure";
+  try {
+    throw;
+  } catch (const SlvFailureNoted&) {
+    if (s != nullptr) s->m_LastError = SLV_ERR_GENERIC;
+    return;
+  } catch (const std::bad_alloc&) {
+    what = "out of memory";
+  } catch (...) {
+  }
+  ++g_failures;
+  if (s != nullptr) s->m_LastError = SLV_ERR_GENERIC;
+  try {
+    TarvoTrace("\n%s(%d): %s: %s", source, line, function, what);
+  } catch (...) {
+    // A host trace that fails as well loses this line, nothing more.
+  }
+}
+
+void SlvNoteFailure(ColourantInDispenser* c, const char* source, int line,
+                    const char* function) noexcept {
+  SlvNoteFailure(c != nullptr ? c->m_Slave : nullptr, source, line, function);
 }

@@ -12,7 +12,7 @@ const char kSource[] = "slv_ver";
 
 }  // namespace
 
-int slave::VerifyFormula(char* frm, int checkWeights) {
+int slave::VerifyFormula(char* frm, int checkWeights) try {
   if (m_DispId < 1 || frm == nullptr) return 0;
   Qdbase* disp = nullptr;
   Qdbase* tanks = nullptr;
@@ -26,8 +26,12 @@ int slave::VerifyFormula(char* frm, int checkWeights) {
   formula.parse(ids.data(), qnts.data());
 
   // A colourant this dispenser lacks is acceptable only in a zero quantity.
+  // Colourant 0 marks an empty tank: no tank holds it, though CntToTank
+  // finds the empty ones.
   for (int i = 0; i < n; ++i) {
-    if (CntToTank(static_cast<long>(ids[i])) < 1 && qnts[i] > kSlvEpsilon) return 0;
+    const long cnt = static_cast<long>(ids[i]);
+    const bool held = cnt >= 1 && CntToTank(cnt) >= 1;
+    if (!held && qnts[i] > kSlvEpsilon) return 0;
   }
   if (!checkWeights) return 1;
 
@@ -45,9 +49,11 @@ int slave::VerifyFormula(char* frm, int checkWeights) {
   }
   colorants.Close();
   return result;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
-int slave::CheckLevel(char* frm, double a, double b, int c, Zu_IntArray* low) {
+int slave::CheckLevel(char* frm, double a, double b, int c, Zu_IntArray* low) try {
   if (m_Dsp != nullptr && m_Dsp->GetType(0, 0) == 9) {
     // The machine judges its levels itself from the codes.
     const int len = TranslateFormulaFromCntIdToCntCode(frm, nullptr, a, b, c);
@@ -67,7 +73,9 @@ int slave::CheckLevel(char* frm, double a, double b, int c, Zu_IntArray* low) {
   for (int i = 0; i < rows; ++i) {
     const int own = CheckLevel(tanks[i], qnts[i]);
     if (own < verdict) verdict = own;
-    if (low != nullptr && own <= 1) low->append(tanks[i]);
+    if (low != nullptr && own <= 1) SlvAppend(low, tanks[i]);
   }
   return verdict;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }

@@ -246,7 +246,7 @@ TEST_F(Dispensing, NegativeIdSendsNothing) {
   slave s(1);
   Quiet(s);
   EXPECT_EQ(Dispense(s, "(-10:1.000)", 1.0, 1.0, 0, 1), 0);
-  EXPECT_EQ(s.m_LastError, 15);
+  EXPECT_EQ(s.m_LastError, 19);
   EXPECT_TRUE(CommandsOf(s).empty());
   EXPECT_EQ(TankLevelsOnDisk(), Full());
 }
@@ -424,6 +424,32 @@ TEST_F(Dispensing, ReadOnlyTankTableStillDispenses) {
   EXPECT_EQ(TankLevelsOnDisk(), Full());
 }
 
+// Sixty colourants, each in its own tank (colourant 100 + t in tank t, 990
+// of 1000): "(1:1.000)" to "(60:1.000)" make a text of 591 characters, too
+// long for the 512-byte command. The dispense is refused before any level
+// is booked.
+TEST_F(Dispensing, CommandTooLongIsRefusedBeforeAnyLevelIsBooked) {
+  AddDispenser();
+  std::vector<qtest::TankRow> rows;
+  std::map<int, double> levels;
+  std::string frm;
+  for (int t = 1; t <= 60; ++t) {
+    rows.push_back(TankOf(t, 100 + t, 990.0, 10.0, 1000.0));
+    levels[t] = 990.0;
+    frm += "(" + std::to_string(100 + t) + ":1.000)";
+  }
+  AddTanks(rows);
+  slave s(1);
+  Quiet(s);
+  trace_.clear();
+  EXPECT_EQ(Dispense(s, frm, 1.0, 1.0, 0, 1), 0);
+  EXPECT_EQ(s.m_LastError, 15);
+  EXPECT_EQ(s.LevelsNotBooked(), 0);
+  EXPECT_TRUE(CommandsOf(s).empty());
+  EXPECT_EQ(TankLevelsOnDisk(), levels);
+  EXPECT_EQ(qtest::CountCommandRefusals(trace_.messages(), 591, 511), 1) << trace_.text();
+}
+
 TEST_F(Dispensing, NoDispenserDispensesNothing) {
   Build();
   slave s(5);
@@ -443,6 +469,20 @@ TEST_F(Dispensing, ListWithoutDispenserGivesZero) {
   EXPECT_EQ(s.Dispense(1, tanks, qnts, 1.0), 0);
   s.m_DispId = 1;
   EXPECT_TRUE(CommandsOf(s).empty());
+}
+
+// An empty list sends nothing, and like every dispense command it first
+// clears the last dosed formula.
+TEST_F(Dispensing, EmptyListClearsTheLastDosedFormula) {
+  Build();
+  slave s(1);
+  Quiet(s);
+  s.SetLastDosedFormulaRecordMode(1);
+  ASSERT_EQ(Dispense(s, "(10:12.500)"), 1);
+  ASSERT_NE(s.LastDosedFormula(), nullptr);
+  EXPECT_EQ(s.Dispense(0, nullptr, nullptr, 1.0), 0);
+  EXPECT_EQ(s.LastDosedFormula(), nullptr);
+  EXPECT_EQ(CommandsOf(s).size(), 1u) << "nothing more was sent";
 }
 
 TEST_F(Dispensing, ListWithFactorCarriesTheFactor) {
@@ -1122,6 +1162,32 @@ TEST_F(Dispensing, DispDrvTextLongerThanTheRoomIsRefusedNotCut) {
   EXPECT_EQ(s.m_LastError, 15);
   EXPECT_STREQ(out, "untouched");
   EXPECT_EQ(qtest::CountPrefix(trace_.messages(), "\nslv_disp("), 1) << trace_.text();
+}
+
+// A text that does not fit the caller's buffer is refused before any level
+// is booked.
+TEST_F(Dispensing, DispDrvTextLongerThanTheRoomBooksNoLevel) {
+  Build();
+  slave s(1);
+  char out[64] = "untouched";
+  std::string frm = "(10:12.500)(70:0.800)";  // "(1:12.500)(7:0.800)", 19 characters
+  EXPECT_EQ(s.DispDrv(&frm[0], out, 18, 1.0, 1.0, 0, 1, 1), 0);
+  EXPECT_EQ(s.m_LastError, 15);
+  EXPECT_STREQ(out, "untouched");
+  EXPECT_EQ(TankLevelsOnDisk(), Full());
+}
+
+// The caller's buffer holds outLen + 1 bytes: a zero goes after the text
+// and one at out[outLen].
+TEST_F(Dispensing, DispDrvWritesAZeroAfterTheTextAndAtOutLen) {
+  Build();
+  slave s(1);
+  std::vector<char> out(41, 'x');
+  std::string frm = "(10:12.500)(70:0.800)";
+  EXPECT_EQ(s.DispDrv(&frm[0], out.data(), 40, 1.0, 1.0, 0, 0, 1), 1);
+  EXPECT_EQ(std::string(out.data()), "(1:12.500)(7:0.800)");
+  EXPECT_EQ(out[19], '\0');
+  EXPECT_EQ(out[40], '\0');
 }
 
 }  // namespace

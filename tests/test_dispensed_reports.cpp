@@ -213,16 +213,39 @@ TEST_F(DispensedReports, ParseReadsAReplyThatFillsTheWorkBuffer) {
   EXPECT_EQ(ReportTraceLines(), 0);
 }
 
-TEST_F(DispensedReports, ParseRefusesAReplyLongerThanTheWorkBuffer) {
+// 34 groups of 15 characters followed by 60 blanks: 570 characters. Only
+// the groups matter; the blanks after them lose nothing.
+TEST_F(DispensedReports, ParseReadsGroupsFollowedByBlanksPastTheWorkBuffer) {
   SetUpDispenser();
   slave s(1);
-  // More groups than 511 characters hold: the reply is not read in part.
-  std::string reply = Repeat("(3:1.000:1.000)", 34) + "  ";
-  ASSERT_EQ(reply.size(), 512u);
+  std::string reply = Repeat("(5:1.000:1.000)", 34) + std::string(60, ' ');
+  ASSERT_EQ(reply.size(), 570u);
   int circuits[40] = {0};
-  EXPECT_EQ(s.ParseDispensedRequest(&reply[0], circuits, nullptr, nullptr), -1);
-  EXPECT_EQ(circuits[0], 0);
-  EXPECT_EQ(ReportTraceLines(), 1);
+  double requested[40] = {0};
+  double dispensed[40] = {0};
+  EXPECT_EQ(s.ParseDispensedRequest(&reply[0], circuits, requested, dispensed), 34);
+  EXPECT_EQ(circuits[0], 5);
+  EXPECT_EQ(circuits[33], 5);
+  EXPECT_DOUBLE_EQ(requested[33], 1.0);
+  EXPECT_DOUBLE_EQ(dispensed[33], 1.0);
+  EXPECT_EQ(circuits[34], 0);
+  EXPECT_EQ(ReportTraceLines(), 0);
+}
+
+// More groups than 511 characters hold: the reply is read whole, none of
+// its groups is lost.
+TEST_F(DispensedReports, ParseReadsAReplyOfMoreGroupsThanTheWorkBufferHolds) {
+  SetUpDispenser();
+  slave s(1);
+  std::string reply = Repeat("(3:1.000:1.000)", 40) + "(7:5.000:2.125)";
+  ASSERT_EQ(reply.size(), 615u);
+  int circuits[48] = {0};
+  double dispensed[48] = {0};
+  EXPECT_EQ(s.ParseDispensedRequest(&reply[0], circuits, nullptr, dispensed), 41);
+  EXPECT_EQ(circuits[39], 3);
+  EXPECT_EQ(circuits[40], 7);
+  EXPECT_DOUBLE_EQ(dispensed[40], 2.125);
+  EXPECT_EQ(ReportTraceLines(), 0);
 }
 
 // --- FormulaRequest: the three summaries --------------------------------------
@@ -468,13 +491,16 @@ TEST_F(DispensedReports, SummaryOfGroupMissingANumberIsMinusOne) {
   EXPECT_EQ(r, -1);
 }
 
-TEST_F(DispensedReports, SummaryOfAReplyLongerThanTheWorkBufferIsMinusOne) {
+// A reply longer than 511 characters is summed whole: 40 groups of circuit
+// 3 (colourant 12), 1 requested and 0.5 dispensed each.
+TEST_F(DispensedReports, SummaryOfAReplyLongerThanTheWorkBufferSumsEveryGroup) {
   SetUpDispenser();
   slave s(1);
-  const std::string reply = Repeat("(3:1.000:1.000)", 40);
+  const std::string reply = Repeat("(3:1.000:0.500)", 40);
+  ASSERT_EQ(reply.size(), 600u);
   int r = 0;
-  EXPECT_EQ(Summary(s, reply.c_str(), 0, "keep", &r), "keep");
-  EXPECT_EQ(r, -1);
+  EXPECT_EQ(Summary(s, reply.c_str(), 0, "", &r), "12,20.000000,");
+  EXPECT_EQ(r, 1);
 }
 
 TEST_F(DispensedReports, SummaryOfUnbalancedBracketsDoesNotFail) {
@@ -644,6 +670,54 @@ TEST_F(DispensedReports, RequestWithoutDispenserIsZero) {
   char request[] = "(3:10.000)";
   char out[128] = "";
   EXPECT_EQ(s.DispensedRequest(request, out, sizeof out), 0);
+}
+
+// Seven "(12:1)" and forty-nine "(5:1)" make a request of 287 characters
+// whose query, "/O" and "(12:1.000)" seven times and "(5:1.000)" forty-nine
+// times, is 513 characters: more than the 512-byte command holds. It is
+// refused before anything is sent.
+TEST_F(DispensedReports, RequestWhoseQueryWouldNotFitIsRefusedBeforeSending) {
+  AddDispenser();
+  AddTanks({Circuit(5, 9, 100.0), Circuit(12, 20, 100.0)});
+  slave s(1);
+  std::string request = Repeat("(12:1)", 7) + Repeat("(5:1)", 49);
+  ASSERT_EQ(request.size(), 287u);
+  char out[2048] = "keep";
+  trace_.clear();
+  EXPECT_EQ(s.DispensedRequest(&request[0], out, sizeof out), 0);
+  EXPECT_TRUE(Commands(s).empty()) << ::testing::PrintToString(Commands(s));
+  EXPECT_EQ(s.m_LastError, 15);
+  EXPECT_STREQ(out, "keep");
+  EXPECT_EQ(qtest::CountSourceLines(trace_.messages(), "slv_rep",
+                                    ": query of 513 characters refused: room for 511"),
+            1)
+      << trace_.text();
+}
+
+// Sixty "(12:1)" make a command text of 600 characters, which cannot be
+// built at all: nothing is sent, not even a bare "/O".
+TEST_F(DispensedReports, RequestWhoseCommandCannotBeBuiltSendsNoBareQuery) {
+  AddDispenser();
+  AddTanks({Circuit(12, 20, 100.0)});
+  slave s(1);
+  std::string request = Repeat("(12:1)", 60);
+  char out[2048] = "keep";
+  EXPECT_EQ(s.DispensedRequest(&request[0], out, sizeof out), 0);
+  EXPECT_TRUE(Commands(s).empty()) << ::testing::PrintToString(Commands(s));
+  EXPECT_EQ(s.m_LastError, 15);
+  EXPECT_STREQ(out, "keep");
+}
+
+// A request of circuits the dispenser does not have builds no command:
+// nothing is sent.
+TEST_F(DispensedReports, RequestOfUnknownCircuitsOnlySendsNoBareQuery) {
+  SetUpDispenser();
+  slave s(1);
+  char request[] = "(99:1.000)";
+  char out[128] = "keep";
+  EXPECT_EQ(s.DispensedRequest(request, out, sizeof out), 0);
+  EXPECT_TRUE(Commands(s).empty()) << ::testing::PrintToString(Commands(s));
+  EXPECT_STREQ(out, "keep");
 }
 
 TEST_F(DispensedReports, RequestRefusedByTheMachineWithoutSecondPartIsZero) {

@@ -248,4 +248,18 @@ TEST_F(FormulaCheck, TypeNineWithoutColourantTableIsZeroWithoutAsking) {
   EXPECT_EQ(qtest::CountPrefix(DriverCallsOf(s), "CheckFormulaLevel("), 0);
 }
 
+// Colourant 4 in the linked tanks 4 (secondary) and 5 (its master), whose
+// cistern 9 is not in the cistern table: the master's quantities cannot be
+// had (TankQnts of tank 5 answers 0, of tank 4 -1). A zero draw from tank 4
+// is judged on nothing left over no reserve (2); tank 5 answers 0. Only 5
+// is low.
+TEST_F(FormulaCheck, UnreadableMasterListsOnlyTheMasterForAZeroDraw) {
+  AddDispenser();
+  AddTanks({qtest::SecondaryOf(4, 4), TankOf(5, 4, 100.0, 0.0, 200.0, 9)});
+  slave s(1);
+  Zu_IntArray low;
+  EXPECT_EQ(Check(s, "(4:0.000)", &low), 0);
+  EXPECT_EQ(Listed(low), (std::vector<int>{5}));
+}
+
 }  // namespace

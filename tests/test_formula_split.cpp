@@ -419,20 +419,45 @@ TEST_F(FormulaSplit, InfiniteFactorIsRefused) {
   EXPECT_EQ(RefusalLines(), 1) << trace_.text();
 }
 
-TEST_F(FormulaSplit, NegativeColourantIdIsRefused) {
+// A colourant id below 1 names a colourant in no tank: the split fails with
+// error 19, and the warning is written only when tracing.
+TEST_F(FormulaSplit, NegativeColourantIdIsInNoTank) {
   slave s(1);
   Split r = Run(s, "(-10:1.000)");
   EXPECT_EQ(r.result, -1);
-  EXPECT_EQ(s.m_LastError, 15);
-  EXPECT_EQ(RefusalLines(), 1) << trace_.text();
+  EXPECT_EQ(s.m_LastError, 19);
+  EXPECT_TRUE(trace_.messages().empty()) << trace_.text();
 }
 
-TEST_F(FormulaSplit, ColourantIdZeroIsRefused) {
+TEST_F(FormulaSplit, ColourantIdZeroIsInNoTankWithoutTrace) {
   slave s(1);
-  Split r = Run(s, "(0:1.000)");
+  Split r = Run(s, "(10:1.000)(0:1.000)");
   EXPECT_EQ(r.result, -1);
-  EXPECT_EQ(s.m_LastError, 15);
-  EXPECT_EQ(RefusalLines(), 1) << trace_.text();
+  EXPECT_EQ(s.m_LastError, 19);
+  EXPECT_TRUE(trace_.messages().empty()) << trace_.text();
+}
+
+TEST_F(FormulaSplit, ColourantIdZeroIsInNoTankWithTrace) {
+  slave s(1);
+  Split r = Run(s, "(0:1.000)", 1.0, 1.0, 0, 1);
+  EXPECT_EQ(r.result, -1);
+  EXPECT_EQ(s.m_LastError, 19);
+  EXPECT_EQ(trace_.messages(),
+            (std::vector<std::string>{
+                "\nColorant 0 (volume 0.00) present in 0 circuits",
+                "\nColorant 0 (volume 1.00) split into 0 tanks",
+                "\nWARNING : no tanks for colorant    0"}));
+}
+
+// A quantity within 0.00001 of zero is zero by the tolerance rule: the
+// colourant splits as a zero quantity.
+TEST_F(FormulaSplit, QuantityJustBelowZeroIsZero) {
+  slave s(1);
+  Split r = Run(s, "(10:-0.000001)");
+  EXPECT_EQ(r.result, 1);
+  EXPECT_EQ(r.tanks, (std::vector<int>{1}));
+  EXPECT_EQ(RefusalLines(), 0) << trace_.text();
+  EXPECT_EQ(s.m_LastError, 0);
 }
 
 TEST_F(FormulaSplit, HugeFiniteQuantityFailsCleanly) {
@@ -682,6 +707,18 @@ TEST_F(FormulaSplit, VerifyFormulaAcceptsAbsentColourantWithZeroQuantity) {
   slave s(1);
   char frm[] = "(10:1.000)(99:0.000)";
   EXPECT_EQ(s.VerifyFormula(frm, 0), 1);
+}
+
+// Colourant 0 marks an empty tank (tank 8 here, and the gap at 7): no tank
+// holds it, so a formula that asks for some cannot be made here.
+TEST_F(FormulaSplit, VerifyFormulaRefusesColourantZeroWithAQuantity) {
+  AddTanks({TankOf(8, 0, 500.0, 10.0, 1000.0)});
+  slave s(1);
+  ASSERT_EQ(s.CntToTank(0), 7);
+  char asked[] = "(10:1.000)(0:5.000)";
+  EXPECT_EQ(s.VerifyFormula(asked, 0), 0);
+  char zero[] = "(10:1.000)(0:0.000)";
+  EXPECT_EQ(s.VerifyFormula(zero, 0), 1);
 }
 
 TEST_F(FormulaSplit, VerifyFormulaRefusesAbsentColourantWithTinyQuantity) {

@@ -194,4 +194,26 @@ TEST_F(LastDosed, AppendModeHandlesLongTexts) {
   s.ClearLastDosedFormula();
 }
 
+// A host that repeats what was sent hands back the pointer LastDosedFormula
+// gave it: the text is copied before the old one goes.
+TEST_F(LastDosed, ReplaceModeWithTheStoredPointerKeepsTheText) {
+  slave s(1);
+  s.SetLastDosedFormulaRecordMode(1);
+  char a[] = "(1:1.000)(2:12.500)";
+  s.SetLastDosedFormula(a);
+  s.SetLastDosedFormula(s.LastDosedFormula());
+  EXPECT_EQ(Stored(s), "(1:1.000)(2:12.500)");
+  s.ClearLastDosedFormula();
+}
+
+TEST_F(LastDosed, ReplaceModeWithTheStoredPointerOfAShortText) {
+  slave s(1);
+  s.SetLastDosedFormulaRecordMode(1);
+  char a[] = "ABCD";
+  s.SetLastDosedFormula(a);
+  s.SetLastDosedFormula(s.LastDosedFormula());
+  EXPECT_EQ(Stored(s), "ABCD");
+  s.ClearLastDosedFormula();
+}
+
 }  // namespace

@@ -125,12 +125,50 @@ TEST_F(LevelWarnings, CriticalScalesDownForALargerBaseSize) {
   EXPECT_EQ(Items(colourants_), (Ints{6}));
 }
 
-TEST_F(LevelWarnings, CriticalWithBaseSizeZeroJudgesNothing) {
-  SetUpThreeColourants();
+// With a base size of 0 the formula cannot be made for the size: it is
+// judged as written. Circuit 5 at 100 with reserve 20 cannot serve 90.
+TEST_F(LevelWarnings, CriticalWithBaseSizeZeroJudgesTheFormulaAsWritten) {
+  AddDispenser();
+  AddTanks({Circuit(5, 5, 100.0, 20.0)});
   slave s(1);
   Fill(circuits_, colourants_);
-  char formula[] = "(5:500.000)";
-  EXPECT_EQ(s.GetCircuitsUnderCriticalLevel(formula, 1.0, 0.0, 0, circuits_, colourants_), 0);
+  char formula[] = "(5:90.000)";
+  EXPECT_EQ(s.GetCircuitsUnderCriticalLevel(formula, 1.0, 0.0, 0, circuits_, colourants_), 1);
+  EXPECT_EQ(Items(circuits_), (Ints{5}));
+  EXPECT_EQ(Items(colourants_), (Ints{5}));
+}
+
+// 80 g of colourant 5 at 2000 g/l is 40 cc; made twice its base, 80 cc. The
+// weights are converted once and the formula scaled once: from 120 with
+// reserve 10 that leaves 40, so nothing is critical. (Converting with the
+// factor 2 and then scaling by 2 again would judge 160 cc and list circuit
+// 1.)
+TEST_F(LevelWarnings, CriticalConvertsEightyGramsOnceForTwiceTheBase) {
+  AddDispenser();
+  AddTanks({Circuit(1, 5, 120.0, 10.0)});
+  AddColorant(5, 2000.0);
+  slave s(1);
+  char formula[] = "(5:80.000)";
+  EXPECT_EQ(s.GetCircuitsUnderCriticalLevel(formula, 2.0, 1.0, 1, circuits_, colourants_), 0);
+  EXPECT_EQ(circuits_.size(), 0);
+  EXPECT_EQ(colourants_.size(), 0);
+  // 100 g (50 cc, made twice: 100 cc) would leave 20: still served.
+  char more[] = "(5:100.000)";
+  EXPECT_EQ(s.GetCircuitsUnderCriticalLevel(more, 2.0, 1.0, 1, circuits_, colourants_), 0);
+  // 120 g (60 cc, made twice: 120 cc) leaves nothing over the reserve.
+  char most[] = "(5:120.000)";
+  EXPECT_EQ(s.GetCircuitsUnderCriticalLevel(most, 2.0, 1.0, 1, circuits_, colourants_), 1);
+  EXPECT_EQ(Items(circuits_), (Ints{1}));
+}
+
+// Colourant 0 marks an empty tank: a formula that asks for it lists no
+// circuit, as for any colourant in no tank (circuit 2 is empty).
+TEST_F(LevelWarnings, CriticalListsNoEmptyTankForColourantZero) {
+  AddDispenser();
+  AddTanks({Circuit(1, 5, 100.0, 20.0), Circuit(2, 0, 100.0, 20.0)});
+  slave s(1);
+  char formula[] = "(5:10.000)(0:10.000)";
+  EXPECT_EQ(s.GetCircuitsUnderCriticalLevel(formula, 1.0, 1.0, 0, circuits_, colourants_), 1);
   EXPECT_EQ(circuits_.size(), 0);
   EXPECT_EQ(colourants_.size(), 0);
 }
@@ -263,6 +301,18 @@ TEST_F(LevelWarnings, WarningThatCannotSplitClearsListsFirst) {
   EXPECT_EQ(s.GetCircuitsUnderWarningLevel(formula, 1.0, 1.0, 0, circuits_, colourants_), 1);
   EXPECT_EQ(Items(circuits_), (Ints{2}));
   EXPECT_EQ(Items(colourants_), (Ints{6}));
+}
+
+// With a base size of 0 the fallback judges the formula as written: 70
+// from circuit 5 (100, reserve 20) leaves 30, only just served.
+TEST_F(LevelWarnings, WarningFallbackWithBaseSizeZeroJudgesTheFormulaAsWritten) {
+  AddDispenser();
+  AddTanks({Circuit(5, 5, 100.0, 20.0)});
+  slave s(1);
+  char formula[] = "(5:70.000)(99:1.000)";
+  EXPECT_EQ(s.GetCircuitsUnderWarningLevel(formula, 5.0, 0.0, 0, circuits_, colourants_), 1);
+  EXPECT_EQ(Items(circuits_), (Ints{5}));
+  EXPECT_EQ(Items(colourants_), (Ints{5}));
 }
 
 TEST_F(LevelWarnings, WarningFallbackListsOnlyColourantsOnlyJustServed) {

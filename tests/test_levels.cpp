@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "dispense_fixture.h"
+#include "fault_env.h"
 
 namespace {
 
@@ -260,6 +261,81 @@ TEST_F(LevelsOwnDriver, NotifyCallsSetLevelsAndWrites) {
   EXPECT_EQ(qtest::CountOf(DriverCallsOf(s), "SetLevels(1,[1],[90.000])"), 1);
   EXPECT_EQ(qtest::CountPrefix(DriverCallsOf(s), "SetDispenserLevels("), 0);
   EXPECT_EQ(TankLevelsOnDisk(), With(kStart, {{1, 90.0}}));
+}
+
+// A type-7 dispenser (LIQON) of twelve circuits; circuit c holds colourant
+// 10 c at 100 c of 2000 with reserve c. Levels are booked with the driver
+// told (notify 1) in an order that is not the circuits' order.
+class OwnDriverCircuits : public qtest::DispenseEnv {
+ protected:
+  void SetUp() override {
+    DispenseEnv::SetUp();
+    AddDispenser("LIQON");
+    std::vector<qtest::TankRow> rows;
+    for (int c = 1; c <= 12; ++c) rows.push_back(TankOf(c, 10 * c, 100.0 * c, c, 2000.0));
+    AddTanks(rows);
+  }
+
+  static const std::vector<int>& Order() {
+    static const std::vector<int> order = {12, 3, 7, 1, 10, 5, 2, 11, 8, 4, 9, 6};
+    return order;
+  }
+
+  // Every tank record as "TANK CUR_Q MAX_Q RES_Q", numbers as python3-dbfread
+  // reads them from the file.
+  std::vector<std::string> Records() {
+    std::vector<std::string> rows;
+    EXPECT_EQ(qtest::DbfReadAll(tables_.FileOf(QDB_SCHEMA_TANKS),
+                                {"TANK", "CUR_Q", "MAX_Q", "RES_Q"}, &rows),
+              12);
+    return rows;
+  }
+
+  static std::string Record(int tank, double cur, double max, double res) {
+    char text[128];
+    snprintf(text, sizeof text, "%d %.1f %.1f %.1f", tank, cur, max, res);
+    return text;
+  }
+};
+
+// The machine keeps no level yet: the table is the record. Taking 5 c from
+// every circuit leaves 100 c - 5 c = 95 c in each, maximum and reserve as
+// they were; the machine is told each new level and invents no circuit.
+TEST_F(OwnDriverCircuits, BookingOverManyCircuitsKeepsEveryRecord) {
+  slave s(1);
+  ASSERT_EQ(s.m_Dsp->GetType(0, 0), 7);
+  for (int c : Order()) ASSERT_EQ(s.change_level(c, -5.0 * c, 1, 1), 1) << c;
+  std::vector<std::string> expected;
+  for (int c = 1; c <= 12; ++c) expected.push_back(Record(c, 95.0 * c, 2000.0, c));
+  EXPECT_EQ(Records(), expected);
+  long count = -1;
+  s.m_Dsp->GetCircuitLevelsCount(0, 0, 0, &count);
+  EXPECT_EQ(count, 0);
+  // Each circuit read again from the machine and the table: the same.
+  for (int c = 1; c <= 12; ++c) {
+    double cur = 0, res = 0, max = 0;
+    ASSERT_EQ(s.TankQnts(c, &cur, &res, &max), 1);
+    EXPECT_DOUBLE_EQ(cur, 95.0 * c) << c;
+    EXPECT_DOUBLE_EQ(max, 2000.0) << c;
+    EXPECT_DOUBLE_EQ(res, c) << c;
+  }
+}
+
+// The machine keeps a level for every circuit (50 c of 1000, reserve 2 c):
+// its figures are the reference. Taking 5 c leaves 45 c in the machine and
+// in every record, with the machine's maximum and reserve.
+TEST_F(OwnDriverCircuits, BookingOverManyCircuitsFollowsTheMachine) {
+  slave s(1);
+  for (int c = 1; c <= 12; ++c) Sim(s)->SetCircuitLevel(c, 50.0 * c, 1000.0, 2.0 * c);
+  for (int c : Order()) ASSERT_EQ(s.change_level(c, -5.0 * c, 1, 1), 1) << c;
+  std::vector<std::string> expected;
+  for (int c = 1; c <= 12; ++c) {
+    expected.push_back(Record(c, 45.0 * c, 1000.0, 2.0 * c));
+    double cur = 0, max = 0, res = 0;
+    ASSERT_TRUE(Sim(s)->CircuitLevel(c, &cur, &max, &res)) << c;
+    EXPECT_DOUBLE_EQ(cur, 45.0 * c) << c;
+  }
+  EXPECT_EQ(Records(), expected);
 }
 
 // --- UpdateLevels (list) ----------------------------------------------------------

@@ -831,6 +831,35 @@ TEST_F(TypeNineSplit, ColourantWithoutCodeIsEnoughWithoutAskingTheMachine) {
   EXPECT_EQ(CountPrefix(Sim(s)->Calls(), "CheckFormulaLevel("), 0);
 }
 
+// The machine judges every colourant itself, colourant 0 included: the
+// text "0,10.000" is translated (colourant 0 has no code, so to nothing)
+// and the answer is 2, enough.
+TEST_F(TypeNineSplit, ColourantZeroIsJudgedAsTheMachineJudgesIt) {
+  SetUpTypeNine();
+  slave s(1);
+  ColourantInDispenser c(&s);
+  EXPECT_EQ(c.SplitQnt(0, 10.0), 2);
+  EXPECT_EQ(c.SplitQnt(-3, 10.0), 2);
+  EXPECT_EQ(c.m_Tanks, nullptr) << "the entries are never read";
+}
+
+// A colourant 0 that the colourant table knows (code "ZERO") is asked of
+// the machine, whose verdict is the answer.
+TEST_F(TypeNineSplit, ColourantZeroWithACodeAsksTheMachine) {
+  SetUpTypeNine();
+  ColorantRow zero;
+  zero.id = 0;
+  zero.code = "ZERO";
+  ASSERT_GT(tables_.AddColorant(zero), 0);
+  slave s(1);
+  ASSERT_TRUE(Sim(s)->SetSetting("formula_level", "1"));
+  Sim(s)->ClearHistory();
+  ColourantInDispenser c(&s);
+  EXPECT_EQ(c.SplitQnt(0, 10.0), 1);
+  EXPECT_EQ(CountOf(Sim(s)->Calls(), "CheckFormulaLevel((ZERO:10.000))"), 1)
+      << ::testing::PrintToString(Sim(s)->Calls());
+}
+
 TEST_F(TypeNineSplit, ListsNoTanks) {
   SetUpTypeNine();
   slave s(1);

@@ -529,21 +529,58 @@ TEST_F(SimTest, SettingsFromRulesFile) {
 TEST_F(SimTest, Type7KeepsLevelsSetLevelsChanges) {
   DispenserPtr dsp = Make(7);
   Sim(dsp)->SetCircuitLevel(3, 10.0, 20.0, 2.0);
+  Sim(dsp)->SetCircuitLevel(5, 8.0, 30.0, 1.0);
   int circuits[] = {3, 5};
   double levels[] = {12.5, 4.25};
   dsp->SetLevels(2, circuits, levels);
 
   long count = 0;
   dsp->GetCircuitLevelsCount(0, 0, 0, &count);
-  ASSERT_EQ(count, 2);
-  double cur[2], max[2], res[2];
+  ASSERT_EQ(count, 5);
+  double cur[5], max[5], res[5];
   dsp->GetCircuitLevels(cur, max, res, 0);
-  EXPECT_DOUBLE_EQ(cur[0], 12.5);  // circuit 3
-  EXPECT_DOUBLE_EQ(max[0], 20.0);
-  EXPECT_DOUBLE_EQ(res[0], 2.0);
-  EXPECT_DOUBLE_EQ(cur[1], 4.25);  // circuit 5, new: no maximum, no reserve
-  EXPECT_DOUBLE_EQ(max[1], 0.0);
-  EXPECT_DOUBLE_EQ(res[1], 0.0);
+  EXPECT_DOUBLE_EQ(cur[2], 12.5);  // circuit 3 at index 2
+  EXPECT_DOUBLE_EQ(max[2], 20.0);
+  EXPECT_DOUBLE_EQ(res[2], 2.0);
+  EXPECT_DOUBLE_EQ(cur[4], 4.25);  // circuit 5 at index 4
+  EXPECT_DOUBLE_EQ(max[4], 30.0);
+  EXPECT_DOUBLE_EQ(res[4], 1.0);
+}
+
+// The arrays are indexed by circuit - 1, as the library reads them: every
+// circuit up to the highest one with a level has its place, and a circuit
+// the machine keeps no level for is empty, with no capacity.
+TEST_F(SimTest, Type7AnswersEveryCircuitAtItsIndex) {
+  DispenserPtr dsp = Make(7);
+  Sim(dsp)->SetCircuitLevel(4, 40.0, 400.0, 4.0);
+  Sim(dsp)->SetCircuitLevel(2, 20.0, 200.0, 2.0);
+  long count = 0;
+  dsp->GetCircuitLevelsCount(0, 0, 0, &count);
+  ASSERT_EQ(count, 4);
+  double cur[4] = {9, 9, 9, 9}, max[4] = {9, 9, 9, 9}, res[4] = {9, 9, 9, 9};
+  dsp->GetCircuitLevels(cur, max, res, 0);
+  EXPECT_EQ(std::vector<double>(cur, cur + 4), (std::vector<double>{0.0, 20.0, 0.0, 40.0}));
+  EXPECT_EQ(std::vector<double>(max, max + 4), (std::vector<double>{0.0, 200.0, 0.0, 400.0}));
+  EXPECT_EQ(std::vector<double>(res, res + 4), (std::vector<double>{0.0, 2.0, 0.0, 4.0}));
+}
+
+// A circuit the machine keeps no level for is not made up by SetLevels: it
+// keeps none (no maximum and reserve 0 invented).
+TEST_F(SimTest, Type7SetLevelsOnAnUnknownCircuitInventsNothing) {
+  DispenserPtr dsp = Make(7);
+  Sim(dsp)->SetCircuitLevel(1, 100.0, 200.0, 20.0);
+  int circuits[] = {2};
+  double levels[] = {50.0};
+  dsp->SetLevels(1, circuits, levels);
+  EXPECT_FALSE(Sim(dsp)->CircuitLevel(2, nullptr, nullptr, nullptr));
+  long count = 0;
+  dsp->GetCircuitLevelsCount(0, 0, 0, &count);
+  ASSERT_EQ(count, 1);
+  double cur[1], max[1], res[1];
+  dsp->GetCircuitLevels(cur, max, res, 0);
+  EXPECT_DOUBLE_EQ(cur[0], 100.0);
+  EXPECT_DOUBLE_EQ(max[0], 200.0);
+  EXPECT_DOUBLE_EQ(res[0], 20.0);
 }
 
 TEST_F(SimTest, GetCircuitLevelsSkipsNullArrays) {

@@ -750,6 +750,27 @@ TEST_F(Selection, SetSeparateThreadToCurrentStateKeepsTheDriver) {
   EXPECT_EQ(Sim(s)->Commands().size(), 1u);
 }
 
+// The switch compares its argument itself with the state: 2 is not the
+// state 1, so option 6 is written (as '1') and the dispenser selected again.
+TEST_F(Selection, SetSeparateThreadTwoWhenOnWritesAndReloads) {
+  DispenserRow row = StandardDispenser(1);
+  row.options = "00000010000000000000000000000000";
+  ASSERT_GT(tables_.AddDispenser(row), 0);
+  {
+    slave s(1);
+    Sim(s)->ClearHistory();
+    char cmd[] = "/S1";
+    ASSERT_EQ(s.sendcommand(cmd, nullptr, 0), 1);
+    EXPECT_EQ(s.SetSeparateThread(2), 1);
+    ASSERT_NE(Sim(s), nullptr);
+    // Reloaded: a new driver that has seen nothing yet.
+    EXPECT_TRUE(Sim(s)->Commands().empty());
+    EXPECT_EQ(s.m_Options[6], '1');
+  }
+  EXPECT_EQ(tables_.ReadDispenserField(1, "OPTIONS"),
+            "00000010000000000000000000000000");
+}
+
 TEST_F(Selection, SetSeparateThreadOffWhenOffKeepsTheDriver) {
   ASSERT_GT(tables_.AddDispenser(StandardDispenser(1)), 0);
   slave s(1);

@@ -213,6 +213,48 @@ TEST_F(TankQueries, ColourantIdZeroIsInNoTankWhenEveryTankHoldsOne) {
   EXPECT_EQ(s.CntToTypeCircuit(0), 0);
 }
 
+// Colourant 0 marks an empty tank. The three queries count the tanks whose
+// colourant is 0 like any other: tanks 2 and 4 here (tanks 1 and 3 hold 5
+// and 7).
+TEST_F(TankQueries, ColourantZeroQueriesCountTheEmptyTanks) {
+  AddDispenser();
+  AddTanks({Tank(1, 5), Tank(2, 0), Tank(3, 7), Tank(4, 0)});
+  slave s(1);
+  EXPECT_EQ(s.CntToNumTanks(0), 2);
+  EXPECT_EQ(s.CntToTank(0), 2);
+  int tanks[4] = {0, 0, 0, 0};
+  s.CntToTanks(0, 4, tanks);
+  EXPECT_EQ(tanks[0], 2);
+  EXPECT_EQ(tanks[1], 4);
+  EXPECT_EQ(tanks[2], 0);
+}
+
+// Nothing is dosed from an empty tank: the tank to take a quantity of
+// colourant 0 from is none.
+TEST_F(TankQueries, CntQntToTankOfColourantZeroIsNone) {
+  AddDispenser();
+  AddTanks({Tank(1, 5, 100, 0, 200), Tank(2, 0, 100, 0, 200), Tank(4, 0, 100, 0, 200, 20)});
+  slave s(1);
+  ASSERT_EQ(s.CntToNumTanks(0), 3) << "tanks 2, 4 and the gap 3";
+  EXPECT_EQ(s.CntQntToTank(0, 10.0), 0);
+  EXPECT_EQ(s.CntQntToTank(0, 0.0), 0);
+  EXPECT_EQ(s.CntQntToTank(0, 30.0), 0);
+}
+
+// Empty tanks form no linked group: a secondary tank of colourant 0 does
+// not answer, nor book on, another empty tank's record.
+TEST_F(TankQueries, SecondaryOfColourantZeroHasNoMaster) {
+  AddDispenser();
+  AddTanks({Tank(1, 0, 100, 10, 200), Secondary(2, 0)});
+  const std::map<int, std::string> before = TankLevelsOnDisk();
+  slave s(1);
+  double cur = -5.0;
+  EXPECT_EQ(s.TankQnts(2, &cur, nullptr, nullptr), 0);
+  EXPECT_EQ(cur, 0.0);
+  EXPECT_EQ(s.change_level(2, -10.0, 1, 0), 0);
+  EXPECT_EQ(TankLevelsOnDisk(), before);
+}
+
 // --- CntQntToTank -------------------------------------------------------------
 
 TEST_F(TankQueries, CntQntToTankOfAnAbsentColourantIsZero) {
@@ -1069,6 +1111,23 @@ TEST_F(TankQueries, CheckLevelWithClosedTablesIsZero) {
   slave s(1);
   s.CloseDatabases();
   EXPECT_EQ(s.CheckLevel(1, 1.0), 0);
+}
+
+// Tank 4 is a secondary of colourant 4 whose master, tank 5, names cistern
+// 9, which the cistern table lacks: TankQnts(4) answers -1 and leaves the
+// quantities 0, so the verdict is that of 0 - qnt over a reserve of 0.
+TEST_F(TankQueries, CheckLevelOfASecondaryWithAnUnreadableMasterJudgesZeros) {
+  AddDispenser();
+  TankRow master = Tank(5, 4, 100, 0, 200);
+  master.cist_id = 9;
+  AddTanks({Secondary(4, 4), master});
+  slave s(1);
+  double cur = 1.0;
+  ASSERT_EQ(s.TankQnts(4, &cur, nullptr, nullptr), -1);
+  ASSERT_EQ(s.TankQnts(5, nullptr, nullptr, nullptr), 0);
+  EXPECT_EQ(s.CheckLevel(4, 0.0), 2);
+  EXPECT_EQ(s.CheckLevel(4, 1.0), 0);
+  EXPECT_EQ(s.CheckLevel(5, 0.0), 0);
 }
 
 // --- SetSingleCircuit ------------------------------------------------------------------

@@ -41,8 +41,11 @@ void SimulatedDispenser::GetCircuitLevelsCount(int r1, int r2, int r3,
   state_->calls.push_back(
       CallText("GetCircuitLevelsCount").Int(r1).Int(r2).Int(r3).Done());
   if (count == nullptr) return;
-  *count = KeepsOwnLevels(*state_) ? static_cast<long>(state_->levels.size())
-                                   : 0;
+  // The arrays of GetCircuitLevels are indexed by circuit - 1, so they run
+  // up to the highest circuit with a level.
+  *count = KeepsOwnLevels(*state_) && !state_->levels.empty()
+               ? static_cast<long>(state_->levels.rbegin()->first)
+               : 0;
 }
 
 void SimulatedDispenser::SetLevels(int count, int* circuits, double* levels) {
@@ -54,23 +57,31 @@ void SimulatedDispenser::SetLevels(int count, int* circuits, double* levels) {
   if (!KeepsOwnLevels(*state_) || circuits == nullptr || levels == nullptr) {
     return;
   }
-  // A circuit not known yet starts with no maximum and no reserve.
+  // Only a circuit the machine keeps a level for takes a new current level:
+  // a maximum and a reserve are never made up for one it does not know.
   for (int i = 0; i < count; ++i) {
-    if (circuits[i] < 1 || !std::isfinite(levels[i])) continue;
-    state_->levels[circuits[i]].cur = levels[i];
+    auto it = state_->levels.find(circuits[i]);
+    if (it == state_->levels.end() || !std::isfinite(levels[i])) continue;
+    it->second.cur = levels[i];
   }
 }
 
 void SimulatedDispenser::GetCircuitLevels(double* cur, double* max,
                                           double* res, int reserved) {
   state_->calls.push_back(CallText("GetCircuitLevels").Int(reserved).Done());
-  if (!KeepsOwnLevels(*state_)) return;
-  std::size_t row = 0;
-  for (const auto& entry : state_->levels) {
-    if (cur != nullptr) cur[row] = entry.second.cur;
-    if (max != nullptr) max[row] = entry.second.max;
-    if (res != nullptr) res[row] = entry.second.res;
-    ++row;
+  if (!KeepsOwnLevels(*state_) || state_->levels.empty()) return;
+  // Circuit c at index c - 1, every circuit up to the highest with a level;
+  // a circuit in between that has no level of its own is empty, with no
+  // capacity.
+  const std::size_t count =
+      static_cast<std::size_t>(state_->levels.rbegin()->first);
+  for (std::size_t i = 0; i < count; ++i) {
+    auto it = state_->levels.find(static_cast<int>(i) + 1);
+    const qsim::Level level =
+        it != state_->levels.end() ? it->second : qsim::Level{};
+    if (cur != nullptr) cur[i] = level.cur;
+    if (max != nullptr) max[i] = level.max;
+    if (res != nullptr) res[i] = level.res;
   }
 }
 

@@ -3,6 +3,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 
+#include <algorithm>
 #include <string>
 
 #include "host/qdsp32.h"
@@ -23,34 +24,54 @@ std::string Format(const char* fmt, va_list args) {
   return text;
 }
 
-void WriteAll(FILE* out, const std::string& text) {
-  fwrite(text.data(), 1, text.size(), out);
+void WriteAll(FILE* out, const char* text, size_t length) {
+  fwrite(text, 1, length, out);
   fflush(out);
 }
 
 }  // namespace
 
+// A trace never fails its caller. A text that cannot be had whole for want
+// of memory is written as its leading part from a fixed buffer, and a hook
+// that throws loses that one message.
 extern "C" void TarvoTrace(const char* fmt, ...) {
   if (fmt == nullptr) return;
   va_list args;
   va_start(args, fmt);
-  std::string text = Format(fmt, args);
+  va_list spare;
+  va_copy(spare, args);
+  std::string text;
+  char fallback[512] = "";
+  const char* message = fallback;
+  size_t length = 0;
+  try {
+    text = Format(fmt, args);
+    message = text.c_str();
+    length = text.size();
+  } catch (...) {
+    const int n = vsnprintf(fallback, sizeof fallback, fmt, spare);
+    length = n < 0 ? 0 : std::min(static_cast<size_t>(n), sizeof fallback - 1);
+  }
+  va_end(spare);
   va_end(args);
 
   if (g_hook != nullptr) {
-    g_hook(text.c_str());
+    try {
+      g_hook(message);
+    } catch (...) {
+    }
     return;
   }
   const char* file = getenv("QSLAVE_TRACE");
   if (file != nullptr && *file != '\0') {
     FILE* out = fopen(file, "a");
     if (out != nullptr) {
-      WriteAll(out, text);
+      WriteAll(out, message, length);
       fclose(out);
       return;
     }
   }
-  WriteAll(stderr, text);
+  WriteAll(stderr, message, length);
 }
 
 extern "C" void TarvoTraceSetHook(void (*hook)(const char*)) { g_hook = hook; }

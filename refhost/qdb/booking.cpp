@@ -17,6 +17,7 @@ struct ActiveBooking {
   std::vector<Qdbase::Impl*> tables;
   Journal* journal = nullptr;  // locked while the booking lives
   int joined = 0;              // bookings that joined this one
+  bool failed = false;         // a booking that joined could not start
 };
 
 namespace {
@@ -60,20 +61,25 @@ bool Enlist(ActiveBooking* active, Qdbase::Impl* table, std::string* why) {
 
 // Ends the table's part in the booking; an abandoned part is read again
 // from the file when it changed the table's structure in memory.
-void Dismiss(Qdbase::Impl* table, bool committed) {
+void Dismiss(Qdbase::Impl* table, bool committed) noexcept {
   TableBooking* state = table->booking;
   table->booking = nullptr;
   table->imageRec = 0;
   if (state == nullptr) return;
   if (!committed && (state->structural || table->records != state->recordsAtStart)) {
-    std::string why;
-    if (!table->Load(&why)) TraceTable(table->openFile, "cannot read it again: " + why);
+    // Read again now, or, without the memory to, before the next use.
+    table->stale = true;
+    try {
+      std::string why;
+      if (!table->Load(&why)) TraceTable(table->openFile, "cannot read it again: " + why);
+    } catch (...) {
+    }
   }
   if (committed) table->RememberFile();
   delete state;
 }
 
-void Finish(bool committed) {
+void Finish(bool committed) noexcept {
   ActiveBooking* active = g_active;
   g_active = nullptr;
   if (active == nullptr) return;
@@ -145,66 +151,103 @@ bool Undo(const ActiveBooking& active, const std::vector<Write>& writes, size_t 
   return ok;
 }
 
-bool Commit(ActiveBooking* active) {
+// Prepares the booking's writes and journals them: nothing is written to
+// the tables yet, and a failure (an exception too) leaves them as they are.
+bool Prepare(ActiveBooking* active, std::vector<Write>* writes) {
   std::string why;
-  for (Qdbase::Impl* t : active->tables) {
-    if (t->ioErrors != t->booking->errorsAtStart) {
-      Trace("a read or write of " + t->openFile + " failed during the booking");
+  try {
+    if (active->failed) {
+      Trace("a part of it could not start");
       return false;
     }
-  }
-  std::vector<Write> writes;
-  if (!CollectWrites(*active, &writes, &why)) {
-    Trace(why);
+    for (Qdbase::Impl* t : active->tables) {
+      if (t->ioErrors != t->booking->errorsAtStart) {
+        Trace("a read or write of " + t->openFile + " failed during the booking");
+        return false;
+      }
+    }
+    if (!CollectWrites(*active, writes, &why)) {
+      Trace(why);
+      return false;
+    }
+    if (writes->empty()) return true;
+    std::vector<JournalPart> parts;
+    for (const Write& w : *writes) {
+      parts.push_back(JournalPart{w.table->fileBase, w.table->seen.inode, w.offset, w.bytes});
+    }
+    if (!active->journal->Append(parts, &why)) {
+      Trace(why);
+      return false;
+    }
+    return true;
+  } catch (...) {
+    TarvoTrace("\nQdbase: booking not made: out of memory");
     return false;
   }
-  if (writes.empty()) return true;
+}
 
-  std::vector<JournalPart> parts;
-  for (const Write& w : writes) {
-    parts.push_back(JournalPart{w.table->fileBase, w.table->seen.inode, w.offset, w.bytes});
-  }
-  Journal* journal = active->journal;
-  if (!journal->Append(parts, &why)) {
-    Trace(why);
-    return false;
-  }
-  for (size_t i = 0; i < writes.size(); ++i) {
+// Writes the journalled writes into the tables. A write the system refuses
+// takes back those made before it and removes the entry; when even that
+// fails, the entry is written again whole. False: none of the booking is
+// in the tables.
+bool Apply(ActiveBooking* active, const std::vector<Write>& writes) {
+  size_t failed = writes.size();
+  for (size_t i = 0; i < writes.size() && failed == writes.size(); ++i) {
     const Write& w = writes[i];
-    if (w.table->file.WriteAt(w.bytes.data(), w.bytes.size(), w.offset)) continue;
-    const std::string failed = w.table->openFile + ": " + w.table->file.Error();
-    if (Undo(*active, writes, i + 1) && journal->CancelLast(&why)) {
-      Trace(failed);
-      return false;
-    }
-    // Neither undone nor removed from the journal: made whole instead.
-    if (journal->ReplayLast(&why)) {
-      TraceTable(w.table->openFile, "a failed write was made again from the journal");
-      break;
-    }
-    Trace(failed + "; the journal holds the booking, and the next process that takes the "
-                   "lock of the tables completes it");
-    return false;
+    if (!w.table->file.WriteAt(w.bytes.data(), w.bytes.size(), w.offset)) failed = i;
   }
+  if (failed == writes.size()) return true;
+  const Write& w = writes[failed];
+  TarvoTrace("\nQdbase: booking not made: %s: %s", w.table->openFile.c_str(),
+             w.table->file.Error().c_str());
+  std::string why;
+  if (Undo(*active, writes, failed + 1) && active->journal->CancelLast(&why)) return false;
+  // Neither undone nor removed from the journal: made whole instead.
+  bool replayed = false;
+  try {
+    replayed = active->journal->ReplayLast(&why);
+  } catch (...) {
+  }
+  TarvoTrace(replayed ? "\nQdbase: %s: the booking was made whole from the journal after all"
+                      : "\nQdbase: %s: the journal holds the booking; the next process that "
+                        "takes the lock of the tables completes it",
+             w.table->openFile.c_str());
+  return replayed;
+}
+
+bool Commit(ActiveBooking* active) {
+  std::vector<Write> writes;
+  if (!Prepare(active, &writes)) return false;
+  if (writes.empty()) return true;
+  if (!Apply(active, writes)) return false;
+  Journal* journal = active->journal;
   if (journal->TablesNeedSync()) {
     for (Qdbase::Impl* t : active->tables) {
-      if (!t->file.Sync()) TraceTable(t->openFile, "cannot sync it (" + t->file.Error() + ")");
+      if (!t->file.Sync()) {
+        TarvoTrace("\nQdbase: %s: cannot sync it (%s)", t->openFile.c_str(), t->file.Error().c_str());
+      }
     }
   }
   journal->MarkApplied();
   bool structural = false;
   for (Qdbase::Impl* t : active->tables) structural = structural || t->booking->structural;
   if (structural) journal->CountChange();
-  if (journal->WantsCheckpoint() && !journal->Checkpoint(&why)) {
-    TraceTable(journal->Path(), "checkpoint postponed: " + why);
+  try {
+    std::string why;
+    if (journal->WantsCheckpoint() && !journal->Checkpoint(&why)) {
+      TraceTable(journal->Path(), "checkpoint postponed: " + why);
+    }
+  } catch (...) {
+    // The checkpoint waits for the next booking.
   }
   return true;
 }
 
 }  // namespace
 
-void LeaveBooking(Qdbase::Impl* table) {
-  TraceTable(table->openFile, "closed during a booking: its writes are dropped");
+void LeaveBooking(Qdbase::Impl* table) noexcept {
+  TarvoTrace("\nQdbase: %s: closed during a booking: its writes are dropped",
+             table->openFile.c_str());
   if (g_active != nullptr) {
     auto& tables = g_active->tables;
     tables.erase(std::remove(tables.begin(), tables.end(), table), tables.end());
@@ -222,42 +265,57 @@ enum State { kFailed = 0, kOwner = 1, kJoined = 2, kDone = 3 };
 }  // namespace
 
 QdbBooking::QdbBooking(Qdbase* a, Qdbase* b, Qdbase* c) : state_(kFailed) {
-  std::vector<Qdbase::Impl*> tables;
-  for (Qdbase* q : {a, b, c}) {
-    if (q != nullptr && q->impl_->IsOpen() && !qdb::Contains(tables, q->impl_)) {
-      tables.push_back(q->impl_);
+  qdb::ActiveBooking* owned = nullptr;
+  try {
+    std::vector<Qdbase::Impl*> tables;
+    for (Qdbase* q : {a, b, c}) {
+      if (q != nullptr && q->impl_->IsOpen() && !qdb::Contains(tables, q->impl_)) {
+        tables.push_back(q->impl_);
+      }
     }
-  }
-  std::string why;
-  qdb::ActiveBooking* active = qdb::g_active;
-  const bool joining = active != nullptr;
-  if (!joining) {
-    if (tables.empty()) {
-      state_ = kDone;  // nothing to book
-      return;
+    std::string why;
+    qdb::ActiveBooking* active = qdb::g_active;
+    const bool joining = active != nullptr;
+    if (!joining) {
+      if (tables.empty()) {
+        state_ = kDone;  // nothing to book
+        return;
+      }
+      owned = active = new qdb::ActiveBooking;
+      active->journal = tables.front()->journal;
+      if (!active->journal->Lock(qdb::LockWaitMs(), &why)) {
+        delete owned;
+        owned = nullptr;
+        qdb::Trace(why);
+        return;
+      }
+      qdb::g_active = active;
     }
-    active = new qdb::ActiveBooking;
-    active->journal = tables.front()->journal;
-    if (!active->journal->Lock(qdb::LockWaitMs(), &why)) {
-      delete active;
+    for (Qdbase::Impl* t : tables) {
+      if (qdb::Contains(active->tables, t)) continue;
+      if (t->journal != active->journal) {
+        why = t->openFile + " is not in the directory of the booking's other tables";
+      } else if (qdb::Enlist(active, t, &why)) {
+        continue;
+      }
       qdb::Trace(why);
+      if (joining) active->failed = true;
+      if (!joining) qdb::Finish(false);
       return;
     }
-    qdb::g_active = active;
-  }
-  for (Qdbase::Impl* t : tables) {
-    if (qdb::Contains(active->tables, t)) continue;
-    if (t->journal != active->journal) {
-      why = t->openFile + " is not in the directory of the booking's other tables";
-    } else if (qdb::Enlist(active, t, &why)) {
-      continue;
+    if (joining) ++active->joined;
+    state_ = joining ? kJoined : kOwner;
+  } catch (...) {
+    TarvoTrace("\nQdbase: booking not made: out of memory");
+    // A part that cannot start fails the booking it was to join.
+    if (qdb::g_active != nullptr && qdb::g_active != owned) qdb::g_active->failed = true;
+    if (owned != nullptr && qdb::g_active == owned) {
+      qdb::Finish(false);
+    } else if (owned != nullptr) {
+      delete owned;
     }
-    qdb::Trace(why);
-    if (!joining) qdb::Finish(false);
-    return;
+    state_ = kFailed;
   }
-  if (joining) ++active->joined;
-  state_ = joining ? kJoined : kOwner;
 }
 
 QdbBooking::~QdbBooking() {
@@ -274,7 +332,7 @@ int QdbBooking::Commit() {
     case kJoined: {
       // The outer booking writes; this one can only tell whether it still
       // may.
-      if (qdb::g_active == nullptr) return 0;
+      if (qdb::g_active == nullptr || qdb::g_active->failed) return 0;
       for (Qdbase::Impl* t : qdb::g_active->tables) {
         if (t->ioErrors != t->booking->errorsAtStart) return 0;
       }

@@ -136,6 +136,20 @@ std::string BuildEntry(const std::vector<JournalPart>& parts) {
 
 std::string SystemError(const std::string& what) { return what + ": " + strerror(errno); }
 
+// Puts a reason in *why without ever failing its caller: a reason that
+// cannot be had for want of memory is a shorter one.
+void SayError(std::string* why, const char* what, const std::string& path) noexcept {
+  const int saved = errno;
+  try {
+    *why = std::string(what) + " " + path + ": " + strerror(saved);
+  } catch (...) {
+    try {
+      *why = "out of memory";
+    } catch (...) {
+    }
+  }
+}
+
 std::mutex g_registryMutex;
 std::map<std::string, Journal*>& Registry() {
   static std::map<std::string, Journal*> registry;
@@ -214,25 +228,39 @@ bool Journal::TakeFileLock(int waitMs, std::string* why) {
   }
 }
 
+void Journal::ReleaseFileLock() {
+  struct flock lock = {};
+  lock.l_type = F_UNLCK;
+  lock.l_whence = SEEK_SET;
+  fcntl(fd_, F_OFD_SETLK, &lock);
+}
+
 bool Journal::Lock(int waitMs, std::string* why) {
   if (!mutex_.try_lock_for(std::chrono::milliseconds(waitMs))) {
-    *why = "the tables of " + dir_ + " are held by another thread";
+    SayError(why, "held by another thread:", dir_);
     return false;
   }
   if (depth_ > 0) {
     ++depth_;
     return true;
   }
-  if (!OpenFile(true, why) || !TakeFileLock(waitMs, why)) {
+  bool ok = false;
+  try {
+    ok = OpenFile(true, why) && TakeFileLock(waitMs, why);
+    if (ok) {
+      depth_ = 1;
+      ok = Recover(why);
+    }
+  } catch (...) {
+    ok = false;
+    SayError(why, "out of memory completing a booking in", dir_);
+  }
+  if (!ok) {
+    if (depth_ == 1) ReleaseFileLock();
+    depth_ = 0;
     mutex_.unlock();
-    return false;
   }
-  depth_ = 1;
-  if (!Recover(why)) {
-    Unlock();
-    return false;
-  }
-  return true;
+  return ok;
 }
 
 bool Journal::CompleteUnfinished(std::string* why) {
@@ -240,19 +268,25 @@ bool Journal::CompleteUnfinished(std::string* why) {
   if (stat(Path().c_str(), &st) != 0) return true;  // no journal: nothing unfinished
   if (!mutex_.try_lock()) return true;
   bool ok = true;
-  if (depth_ == 0 && OpenFile(true, why)) {
-    struct flock lock = {};
-    lock.l_type = F_WRLCK;
-    lock.l_whence = SEEK_SET;
-    if (fcntl(fd_, F_OFD_SETLK, &lock) == 0) {
-      depth_ = 1;
-      ok = Recover(why);
-      --depth_;
-      lock.l_type = F_UNLCK;
-      fcntl(fd_, F_OFD_SETLK, &lock);
+  try {
+    if (depth_ == 0 && OpenFile(true, why)) {
+      struct flock lock = {};
+      lock.l_type = F_WRLCK;
+      lock.l_whence = SEEK_SET;
+      if (fcntl(fd_, F_OFD_SETLK, &lock) == 0) {
+        depth_ = 1;
+        ok = Recover(why);
+      }
+    } else if (depth_ == 0) {
+      ok = false;
     }
-  } else if (depth_ == 0) {
+  } catch (...) {
     ok = false;
+    SayError(why, "out of memory completing a booking in", dir_);
+  }
+  if (depth_ == 1) {
+    ReleaseFileLock();
+    depth_ = 0;
   }
   mutex_.unlock();
   return ok;
@@ -260,12 +294,7 @@ bool Journal::CompleteUnfinished(std::string* why) {
 
 void Journal::Unlock() {
   if (depth_ == 0) return;
-  if (--depth_ == 0) {
-    struct flock lock = {};
-    lock.l_type = F_UNLCK;
-    lock.l_whence = SEEK_SET;
-    fcntl(fd_, F_OFD_SETLK, &lock);
-  }
+  if (--depth_ == 0) ReleaseFileLock();
   mutex_.unlock();
 }
 
@@ -283,22 +312,24 @@ void Journal::CountChange() {
 }
 
 bool Journal::WriteHeader() {
-  std::string head(kHeaderMagic, 8);
-  std::string boot = bootId_;
-  boot.resize(kBootIdSize, '\0');
-  head += boot;
-  PutLittle(&head, static_cast<uint64_t>(applied_), 8);
-  PutLittle(&head, changes_, 8);
-  PutLittle(&head, Crc32(reinterpret_cast<const unsigned char*>(head.data()), head.size()), 4);
-  return WriteFully(fd_, head.data(), head.size(), 0);
+  unsigned char head[kHeaderSize] = {};
+  memcpy(head, kHeaderMagic, 8);
+  memcpy(head + 8, bootId_.data(), std::min(bootId_.size(), kBootIdSize));
+  for (int i = 0; i < 8; ++i) {
+    head[44 + i] = static_cast<unsigned char>((static_cast<uint64_t>(applied_) >> (8 * i)) & 0xFF);
+    head[52 + i] = static_cast<unsigned char>((changes_ >> (8 * i)) & 0xFF);
+  }
+  const uint32_t crc = Crc32(head, kHeaderSize - 4);
+  for (int i = 0; i < 4; ++i) head[60 + i] = static_cast<unsigned char>((crc >> (8 * i)) & 0xFF);
+  return WriteFully(fd_, head, sizeof head, 0);
 }
 
-long long Journal::ScanEntries(long long size) {
-  if (size <= kHeaderSize) return kHeaderSize;
-  std::string bytes(static_cast<size_t>(size - kHeaderSize), '\0');
-  if (!ReadFully(fd_, &bytes[0], bytes.size(), kHeaderSize)) return kHeaderSize;
-  const std::vector<Entry> entries = ParseEntries(bytes, kHeaderSize);
-  return entries.empty() ? kHeaderSize : entries.back().end;
+long long Journal::ScanEntries(long long from, long long size) {
+  if (size <= from) return from;
+  std::string bytes(static_cast<size_t>(size - from), '\0');
+  if (!ReadFully(fd_, &bytes[0], bytes.size(), from)) return from;
+  const std::vector<Entry> entries = ParseEntries(bytes, from);
+  return entries.empty() ? from : entries.back().end;
 }
 
 bool Journal::Recover(std::string* why) {
@@ -315,17 +346,24 @@ bool Journal::Recover(std::string* why) {
   changes_ = valid ? GetLittle(head + 52, 8) : 0;
   const bool sameBoot =
       valid && bootKnown_ && memcmp(head + 8, bootId_.data(), kBootIdSize) == 0;
-  end_ = ScanEntries(size);
+  // In the same boot the entries before the applied mark are in the tables:
+  // only what follows it is looked at (usually nothing). After a power cut
+  // every entry since the last checkpoint is written again.
+  long long from = kHeaderSize;
+  if (sameBoot) {
+    from = std::min<long long>(
+        std::max<long long>(static_cast<long long>(GetLittle(head + 44, 8)), kHeaderSize), size);
+  }
+  lastStart_ = -1;
+  if (sameBoot && from == size) {
+    applied_ = end_ = size;
+    return true;
+  }
+  end_ = ScanEntries(from, size);
   // What follows the last whole entry never became durable.
   if (end_ < size && ftruncate(fd_, static_cast<off_t>(end_)) != 0) {
     *why = SystemError("cannot drop an unfinished entry of " + Path());
     return false;
-  }
-  long long from = kHeaderSize;
-  if (sameBoot) {
-    from = std::min<long long>(std::max<long long>(static_cast<long long>(GetLittle(head + 44, 8)),
-                                                   kHeaderSize),
-                               end_);
   }
   std::vector<std::string> written;
   if (from < end_) {
@@ -335,7 +373,6 @@ bool Journal::Recover(std::string* why) {
     ++changes_;
   }
   applied_ = end_;
-  lastStart_ = -1;
   if (sameBoot) {
     if (!written.empty() && !WriteHeader()) {
       *why = SystemError("cannot write " + Path());
@@ -418,11 +455,13 @@ bool Journal::Append(const std::vector<JournalPart>& parts, std::string* why) {
   const std::string entry = BuildEntry(parts);
   const long long start = end_;
   if (!WriteFully(fd_, entry.data(), entry.size(), start) || fdatasync(fd_) != 0) {
-    *why = SystemError("cannot write the journal " + Path());
+    const int saved = errno;
     // Nothing of the entry may stay behind to be replayed later.
     if (ftruncate(fd_, static_cast<off_t>(start)) != 0 || fdatasync(fd_) != 0) {
-      TarvoTrace("\nQdbase: %s: a refused entry could not be removed", Path().c_str());
+      TarvoTrace("\nQdbase: %s/%s: a refused entry could not be removed", dir_.c_str(), kFileName);
     }
+    errno = saved;
+    SayError(why, "cannot write the journal", Path());
     return false;
   }
   lastStart_ = start;
@@ -440,7 +479,7 @@ void Journal::MarkApplied() {
 bool Journal::CancelLast(std::string* why) {
   if (lastStart_ < 0) return true;
   if (ftruncate(fd_, static_cast<off_t>(lastStart_)) != 0 || fdatasync(fd_) != 0) {
-    *why = SystemError("cannot remove an undone entry from " + Path());
+    SayError(why, "cannot remove an undone entry from", Path());
     return false;
   }
   end_ = lastStart_;

@@ -101,14 +101,15 @@ class Journal {
   ~Journal();
   bool OpenFile(bool create, std::string* why);
   bool TakeFileLock(int waitMs, std::string* why);
+  void ReleaseFileLock();
   bool Recover(std::string* why);
   bool WriteHeader();
   // Writes the entries in [from, to) into their tables; *written gets the
   // files that were written.
   bool Replay(long long from, long long to, std::vector<std::string>* written, std::string* why);
   bool SyncFiles(const std::vector<std::string>& names, std::string* why);
-  // The end of the valid entries from kHeaderSize on.
-  long long ScanEntries(long long size);
+  // The end of the whole, valid entries from `from` on.
+  long long ScanEntries(long long from, long long size);
 
   std::string dir_;
   int fd_ = -1;

@@ -153,6 +153,16 @@ int Qdbase::Impl::FindField(const char* name) const {
   return found;
 }
 
+void Qdbase::Impl::NoteFailure() noexcept {
+  TarvoTrace("\nQdbase: %s: out of memory", openFile.c_str());
+  ++ioErrors;
+  if (booking != nullptr) {
+    booking->structural = true;  // read again when abandoned
+  } else {
+    stale = true;
+  }
+}
+
 void Qdbase::Impl::IoFailure(const char* what, long rec) {
   ++ioErrors;
   qdb::TraceTable(openFile, std::string("cannot ") + what + " record " + std::to_string(rec) +
@@ -243,6 +253,7 @@ bool Qdbase::Impl::Load(std::string* why) {
   for (qdb::RecordIndex& ix : fresher) ix.Sort();
 
   layout = std::move(fresh);
+  stale = false;
   records = count;
   deleted = std::move(gone);
   indexes = std::move(fresher);
@@ -315,7 +326,7 @@ bool Qdbase::Impl::Refresh() {
   qdb::FileIdentity now;
   if (!qdb::IdentityOfPath(openFile, &now)) return true;  // gone: keep what is open
   const unsigned long long changes = journal->ChangeCount();
-  if (now == seen && changes == seenChanges) return true;
+  if (now == seen && changes == seenChanges && !stale) return true;
   // Replaced (packed by another process): read the new file.
   if (!now.SameFile(seen) && !file.Reopen(readOnly)) {
     qdb::TraceTable(openFile, "cannot open it again (" + file.Error() + ")");
@@ -420,12 +431,10 @@ int Qdbase::Impl::StoreAt(int fi, int pos, const std::string& bytes, bool numeri
     return 1;
   }
 
-  if (!LockForWrite()) return 0;
+  qdb::WriteLock lock(*this);
+  if (!lock.held()) return 0;
   // The table may have been read again under the lock.
-  if (fi >= static_cast<int>(layout.fields.size()) || Field(fi).name != name) {
-    UnlockForWrite();
-    return 0;
-  }
+  if (fi >= static_cast<int>(layout.fields.size()) || Field(fi).name != name) return 0;
   const DbfField& f = Field(fi);
   const int at = f.offset + pos;
   int result = 0;
@@ -457,7 +466,6 @@ int Qdbase::Impl::StoreAt(int fi, int pos, const std::string& bytes, bool numeri
       }
     }
   }
-  UnlockForWrite();
   return result;
 }
 
@@ -498,7 +506,7 @@ Qdbase::~Qdbase() {
 }
 
 int Qdbase::SetFiles(const char* path, const char* base, int nIdx, const char** names,
-                     const char** keys) {
+                     const char** keys) try {
   if (path == nullptr || base == nullptr || *base == '\0') return 0;
   if (impl_->IsOpen()) return 0;
   if (nIdx < 0 || nIdx > kMaxIndexes) return 0;
@@ -518,9 +526,11 @@ int Qdbase::SetFiles(const char* path, const char* base, int nIdx, const char** 
   impl_->selected = nIdx > 0 ? 1 : 0;
   impl_->bound = true;
   return 1;
+} catch (...) {
+  return impl_->Failed(0);
 }
 
-int Qdbase::Open() {
+int Qdbase::Open() try {
   Impl& m = *impl_;
   if (m.IsOpen()) return 1;
   if (!m.bound) {
@@ -534,6 +544,8 @@ int Qdbase::Open() {
   }
   Top();
   return 1;
+} catch (...) {
+  return impl_->Failed(0);
 }
 
 int Qdbase::Close() {
@@ -552,7 +564,7 @@ int Qdbase::SelectIdx(int idx) {
 
 int Qdbase::CurrentIdx() const { return impl_->selected; }
 
-int Qdbase::Top() {
+int Qdbase::Top() try {
   Impl& m = *impl_;
   if (!m.IsOpen()) return 0;
   m.Refresh();
@@ -564,9 +576,11 @@ int Qdbase::Top() {
   }
   m.SetCurrent(m.At(p));
   return 1;
+} catch (...) {
+  return impl_->Failed(0);
 }
 
-int Qdbase::Bottom() {
+int Qdbase::Bottom() try {
   Impl& m = *impl_;
   if (!m.IsOpen()) return 0;
   m.Refresh();
@@ -578,6 +592,8 @@ int Qdbase::Bottom() {
   }
   m.SetCurrent(m.At(p));
   return 1;
+} catch (...) {
+  return impl_->Failed(0);
 }
 
 int Qdbase::Next() {
@@ -613,7 +629,7 @@ int Qdbase::Eof() const { return impl_->eof ? 1 : 0; }
 
 int Qdbase::Bof() const { return impl_->bof ? 1 : 0; }
 
-int Qdbase::Seek(double key) {
+int Qdbase::Seek(double key) try {
   Impl& m = *impl_;
   if (!m.IsOpen() || m.selected == 0 || !isfinite(key)) return 0;
   m.Refresh();
@@ -649,9 +665,11 @@ int Qdbase::Seek(double key) {
   }
   m.SetCurrent(ix.order[above]);
   return 0;
+} catch (...) {
+  return impl_->Failed(0);
 }
 
-int Qdbase::Seek(const char* key) {
+int Qdbase::Seek(const char* key) try {
   Impl& m = *impl_;
   if (!m.IsOpen() || m.selected == 0 || key == nullptr) return 0;
   const qdb::RecordIndex& ix = m.indexes[static_cast<size_t>(m.selected - 1)];
@@ -672,9 +690,11 @@ int Qdbase::Seek(const char* key) {
   }
   m.SetCurrent(fresh.order[p]);
   return qdb::CompareTexts(fresh.KeyOf(fresh.order[p]).text, text) == 0 ? 1 : 0;
+} catch (...) {
+  return impl_->Failed(0);
 }
 
-int Qdbase::Go(long recno) {
+int Qdbase::Go(long recno) try {
   Impl& m = *impl_;
   if (!m.IsOpen() || recno < 1) return 0;
   if (recno > m.records) m.Refresh();  // perhaps appended by another process
@@ -682,6 +702,8 @@ int Qdbase::Go(long recno) {
   m.SetCurrent(recno);
   m.imageRec = 0;  // read again: a visit reads the record as it is now
   return 1;
+} catch (...) {
+  return impl_->Failed(0);
 }
 
 long Qdbase::RecNo() const { return impl_->IsOpen() ? impl_->cur : 0; }
@@ -721,7 +743,7 @@ bool ReadNumber(Qdbase::Impl& m, const char* field, FieldNumber* number) {
 
 }  // namespace
 
-int Qdbase::ReadLong(const char* field, long* value) {
+int Qdbase::ReadLong(const char* field, long* value) try {
   if (value == nullptr) return 0;
   *value = 0;
   FieldNumber number;
@@ -735,6 +757,8 @@ int Qdbase::ReadLong(const char* field, long* value) {
   if (d < -9223372036854775808.0 || d >= 9223372036854775808.0) return 0;
   *value = static_cast<long>(d);
   return 1;
+} catch (...) {
+  return impl_->Failed(0);
 }
 
 int Qdbase::ReadInt(const char* field, int* value) {
@@ -746,16 +770,18 @@ int Qdbase::ReadInt(const char* field, int* value) {
   return 1;
 }
 
-int Qdbase::ReadDouble(const char* field, double* value) {
+int Qdbase::ReadDouble(const char* field, double* value) try {
   if (value == nullptr) return 0;
   *value = 0.0;
   FieldNumber number;
   if (!ReadNumber(*impl_, field, &number)) return 0;
   *value = number.value;
   return 1;
+} catch (...) {
+  return impl_->Failed(0);
 }
 
-int Qdbase::ReadLogical(const char* field, int* value) {
+int Qdbase::ReadLogical(const char* field, int* value) try {
   if (value == nullptr) return 0;
   *value = 0;
   const int fi = impl_->FindField(field);
@@ -764,9 +790,11 @@ int Qdbase::ReadLogical(const char* field, int* value) {
   if (raw == nullptr) return 0;
   *value = qdb::LogicalTrue(raw[impl_->Field(fi).offset]) ? 1 : 0;
   return 1;
+} catch (...) {
+  return impl_->Failed(0);
 }
 
-int Qdbase::ReadString(const char* field, char* buf, int size, int trimTrailing, int zeroFill) {
+int Qdbase::ReadString(const char* field, char* buf, int size, int trimTrailing, int zeroFill) try {
   if (buf == nullptr || size < 1) return 0;
   buf[0] = '\0';
   const int fi = impl_->FindField(field);
@@ -782,9 +810,11 @@ int Qdbase::ReadString(const char* field, char* buf, int size, int trimTrailing,
   buf[n] = '\0';
   if (zeroFill) memset(buf + n, 0, static_cast<size_t>(size) - n);
   return 1;
+} catch (...) {
+  return impl_->Failed(0);
 }
 
-int Qdbase::TextLength(const char* field) {
+int Qdbase::TextLength(const char* field) try {
   const int fi = impl_->FindField(field);
   if (fi < 0) return -1;
   const char* raw = impl_->Raw();
@@ -793,37 +823,45 @@ int Qdbase::TextLength(const char* field) {
   size_t n = text.size();
   while (n > 0 && IsBlank(text[n - 1])) --n;
   return static_cast<int>(n);
+} catch (...) {
+  return impl_->Failed(-1);
 }
 
 // --- Writes -------------------------------------------------------------------
 
-int Qdbase::WriteLong(const char* field, long value) {
+int Qdbase::WriteLong(const char* field, long value) try {
   const int fi = impl_->FindField(field);
   std::string bytes;
   if (fi < 0 || !impl_->Writable() || !qdb::EncodeWhole(impl_->Field(fi), value, &bytes)) {
     return 0;
   }
   return impl_->Store(fi, bytes, true);
+} catch (...) {
+  return impl_->Failed(0);
 }
 
 int Qdbase::WriteInt(const char* field, int value) { return WriteLong(field, value); }
 
-int Qdbase::WriteDouble(const char* field, double value) {
+int Qdbase::WriteDouble(const char* field, double value) try {
   const int fi = impl_->FindField(field);
   std::string bytes;
   if (fi < 0 || !impl_->Writable() || !qdb::EncodeNumber(impl_->Field(fi), value, &bytes)) {
     return 0;
   }
   return impl_->Store(fi, bytes, true);
+} catch (...) {
+  return impl_->Failed(0);
 }
 
-int Qdbase::WriteLogical(const char* field, int value) {
+int Qdbase::WriteLogical(const char* field, int value) try {
   const int fi = impl_->FindField(field);
   if (fi < 0 || !impl_->Writable() || impl_->Field(fi).type != 'L') return 0;
   return impl_->Store(fi, value ? "T" : "F");
+} catch (...) {
+  return impl_->Failed(0);
 }
 
-int Qdbase::WriteString(const char* field, const char* text) {
+int Qdbase::WriteString(const char* field, const char* text) try {
   Impl& m = *impl_;
   const int fi = m.FindField(field);
   if (fi < 0 || text == nullptr || !m.Writable()) return 0;
@@ -861,16 +899,20 @@ int Qdbase::WriteString(const char* field, const char* text) {
     default:
       return 0;
   }
+} catch (...) {
+  return impl_->Failed(0);
 }
 
-int Qdbase::WriteStringAt(const char* field, int pos, const char* text) {
+int Qdbase::WriteStringAt(const char* field, int pos, const char* text) try {
   Impl& m = *impl_;
   const int fi = m.FindField(field);
   if (fi < 0 || text == nullptr || !m.Writable() || m.Field(fi).type != 'C') return 0;
   return m.StoreAt(fi, pos, text);
+} catch (...) {
+  return impl_->Failed(0);
 }
 
-int Qdbase::Append() {
+int Qdbase::Append() try {
   Impl& m = *impl_;
   if (!m.IsOpen() || m.readOnly || m.records >= 0x7FFFFFFE) return 0;
   const std::string blank = qdb::BlankRecord(m.layout);
@@ -889,7 +931,8 @@ int Qdbase::Append() {
     m.SetCurrent(rec);
     return 1;
   }
-  if (!m.LockForWrite()) return 0;
+  qdb::WriteLock lock(m);
+  if (!lock.held()) return 0;
   const long rec = m.records + 1;
   const long long at = qdb::RecordOffset(m.layout, rec);
   qdb::FileIdentity before;
@@ -909,7 +952,6 @@ int Qdbase::Append() {
     ++m.ioErrors;
     if (before.size >= 0) m.file.Truncate(before.size);
     if (hadMark) m.file.WriteAt(&oldMark, 1, at);
-    m.UnlockForWrite();
     return 0;
   }
   m.records = rec;
@@ -920,11 +962,12 @@ int Qdbase::Append() {
   m.SetCurrent(rec);
   m.image = blank;
   m.imageRec = rec;
-  m.UnlockForWrite();
   return 1;
+} catch (...) {
+  return impl_->Failed(0);
 }
 
-int Qdbase::Delete() {
+int Qdbase::Delete() try {
   Impl& m = *impl_;
   if (!m.Writable()) return 0;
   if (m.booking != nullptr) {
@@ -936,7 +979,8 @@ int Qdbase::Delete() {
     m.booking->structural = true;
     return 1;
   }
-  if (!m.LockForWrite()) return 0;
+  qdb::WriteLock lock(m);
+  if (!lock.held()) return 0;
   int result = 0;
   if (m.Writable()) {
     if (m.file.WriteAt("*", 1, qdb::RecordOffset(m.layout, m.cur))) {
@@ -948,11 +992,12 @@ int Qdbase::Delete() {
     }
     m.imageRec = 0;
   }
-  m.UnlockForWrite();
   return result;
+} catch (...) {
+  return impl_->Failed(0);
 }
 
-int Qdbase::RebuildIndex() {
+int Qdbase::RebuildIndex() try {
   Impl& m = *impl_;
   if (!m.IsOpen()) return 0;
   if (m.booking != nullptr) return 1;  // the booking's copy is the table's
@@ -963,6 +1008,8 @@ int Qdbase::RebuildIndex() {
   }
   m.seenChanges = m.journal->ChangeCount();
   return 1;
+} catch (...) {
+  return impl_->Failed(0);
 }
 
 int Qdbase::Flush() { return impl_->IsOpen() ? 1 : 0; }

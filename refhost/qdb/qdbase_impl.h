@@ -114,6 +114,17 @@ struct Qdbase::Impl {
   int StoreAt(int fi, int pos, const std::string& bytes, bool numeric = false);
 
   void IoFailure(const char* what, long rec);
+  // A request the memory could not serve (an exception inside an
+  // operation): traced; since the table's copy in memory may be half
+  // changed, it is read again from the file before its next use, and a
+  // booking it takes part in cannot be committed. Answers value.
+  template <typename T>
+  T Failed(T value) noexcept {
+    NoteFailure();
+    return value;
+  }
+  void NoteFailure() noexcept;
+  bool stale = false;  // read the file again before the next use
 
   // Navigation helpers.
   size_t Count() const { return static_cast<size_t>(records); }
@@ -136,6 +147,23 @@ struct Qdbase::Impl {
 
 namespace qdb {
 
+// The directory's lock for one write outside a booking, released on every
+// way out.
+class WriteLock {
+ public:
+  explicit WriteLock(Qdbase::Impl& table) : table_(table), held_(table.LockForWrite()) {}
+  ~WriteLock() {
+    if (held_) table_.UnlockForWrite();
+  }
+  WriteLock(const WriteLock&) = delete;
+  WriteLock& operator=(const WriteLock&) = delete;
+  bool held() const { return held_; }
+
+ private:
+  Qdbase::Impl& table_;
+  bool held_;
+};
+
 // The process-wide lock wait of bookings and writes, in milliseconds.
 int LockWaitMs();
 
@@ -144,7 +172,7 @@ void TraceTable(const std::string& file, const std::string& text);
 
 // A table closed while it takes part in a booking leaves it; its writes
 // are dropped (traced).
-void LeaveBooking(Qdbase::Impl* table);
+void LeaveBooking(Qdbase::Impl* table) noexcept;
 
 }  // namespace qdb
 

@@ -66,21 +66,21 @@ bool WritePacked(Qdbase::Impl& m, int out, long* kept, std::string* why) {
 
 }  // namespace
 
-int Qdbase::Pack() {
+int Qdbase::Pack() try {
   Impl& m = *impl_;
   if (!m.IsOpen() || m.readOnly) return 0;
   if (m.booking != nullptr) {
     qdb::TraceTable(m.openFile, "cannot pack inside a booking");
     return 0;
   }
-  if (!m.LockForWrite()) return 0;
+  qdb::WriteLock lock(m);
+  if (!lock.held()) return 0;
   const std::string file = m.openFile;
   std::string why;
   // The journal's entries name offsets in the old file: they must be in
   // the tables for good before the file changes.
   if (!m.journal->Checkpoint(&why)) {
     qdb::TraceTable(file, "cannot pack: " + why);
-    m.UnlockForWrite();
     return 0;
   }
   const std::string dir = DirectoryPart(file);
@@ -90,10 +90,23 @@ int Qdbase::Pack() {
   const int out = mkstemps(name.data(), 4);
   if (out < 0) {
     qdb::TraceTable(file, std::string("cannot pack: no temporary file (") + strerror(errno) + ")");
-    m.UnlockForWrite();
     return 0;
   }
+  struct CloseOnExit {
+    int fd;
+    ~CloseOnExit() {
+      if (fd >= 0) close(fd);
+    }
+  } closer{out};
   const std::string tmp(name.data());
+  // The temporary file goes whatever happens before it replaces the table.
+  struct Discard {
+    const std::string& name;
+    bool keep = false;
+    ~Discard() {
+      if (!keep) unlink(name.c_str());
+    }
+  } discard{tmp};
   struct stat st;
   long kept = 0;
   bool ok = WritePacked(m, out, &kept, &why);
@@ -105,29 +118,29 @@ int Qdbase::Pack() {
     if (!ok) why = std::string("chmod: ") + strerror(errno);
   }
   close(out);
+  closer.fd = -1;
   if (ok && rename(tmp.c_str(), file.c_str()) != 0) {
     ok = false;
     why = std::string("rename: ") + strerror(errno);
   }
   if (!ok) {
-    unlink(tmp.c_str());
     qdb::TraceTable(file, "cannot pack: " + why);
-    m.UnlockForWrite();
     return 0;
   }
+  discard.keep = true;
   SyncDirectory(dir);
   m.journal->CountChange();
   if (!m.file.Reopen(m.readOnly) || !m.Load(&why)) {
     qdb::TraceTable(file, "packed, but cannot read it again: " + why);
-    m.UnlockForWrite();
     return 0;
   }
-  m.UnlockForWrite();
   Top();
   return 1;
+} catch (...) {
+  return impl_->Failed(0);
 }
 
-int Qdbase::Create(const char* path, const char* base, int nFields, const QdbField* fields) {
+int Qdbase::Create(const char* path, const char* base, int nFields, const QdbField* fields) try {
   if (path == nullptr || base == nullptr || *base == '\0') {
     TarvoTrace("\nQdbase::Create: no path or table name");
     return 0;
@@ -196,13 +209,13 @@ int Qdbase::Create(const char* path, const char* base, int nFields, const QdbFie
     TarvoTrace("\nQdbase::Create %s: the table already exists", file.c_str());
     return 0;
   }
+  const std::string bytes = qdb::NewTableHeader(layout) + '\x1A';
   // Claims the name, refusing a file that appeared meanwhile.
   const int fd = open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
   if (fd < 0) {
     TarvoTrace("\nQdbase::Create %s: cannot create the file (%s)", file.c_str(), strerror(errno));
     return 0;
   }
-  const std::string bytes = qdb::NewTableHeader(layout) + '\x1A';
   const bool ok = qdb::WriteFully(fd, bytes.data(), bytes.size(), 0);
   close(fd);
   if (!ok) {
@@ -211,4 +224,7 @@ int Qdbase::Create(const char* path, const char* base, int nFields, const QdbFie
     return 0;
   }
   return 1;
+} catch (...) {
+  TarvoTrace("\nQdbase::Create: out of memory");
+  return 0;
 }
