@@ -4,6 +4,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -209,6 +210,12 @@ int slave::Dispense(char* frm, double f, double u, int w, int updLevels, int g2B
   if (m_Dsp == nullptr) return 0;
   if (m_Dsp->GetType(0, 0) == 9) return DispenseByColorant(frm, f, u, w, updLevels);
 
+  // With levels, the split and the booking are one: the tanks are chosen
+  // by levels read under the lock of the tables, and those same records are
+  // booked, each read from the file once. The lock is let go before the
+  // command is sent.
+  std::optional<SlvBooking> booking;
+  if (updLevels) booking.emplace();
   Zu_LongArray ids;
   Zu_IntArray tankList;
   Zu_DoubleArray qntList;
@@ -222,7 +229,8 @@ int slave::Dispense(char* frm, double f, double u, int w, int updLevels, int g2B
   if (!DispenseCommandFits(this, n, tanks.data(), qnts.data(), 1.0)) return 0;
   // Levels go down before the command is sent and stay down if the machine
   // refuses it.
-  if (updLevels && !UpdateLevels(n, tanks.data(), qnts.data(), 1.0, 0)) m_LevelsNotBooked = 1;
+  if (booking && !SlvBookLevels(this, &*booking, n, tanks.data(), qnts.data())) m_LevelsNotBooked = 1;
+  booking.reset();
   StopperCommand(this, g2Before, "/G2");
   // The factors are in the quantities already.
   const int result = Dispense(n, tanks.data(), qnts.data(), 1.0);
@@ -329,6 +337,8 @@ int slave::DispDrv(char* frm, char* out, int outLen, double f, double u, int w, 
                    int style) try {
   m_LevelsNotBooked = 0;
   if (out == nullptr || outLen <= 0) return 0;
+  std::optional<SlvBooking> booking;
+  if (updLevels) booking.emplace();
   Zu_IntArray tankList;
   Zu_DoubleArray qntList;
   const int n = SplitFrmToTanks(frm, nullptr, &tankList, &qntList, f, u, w, 0, nullptr);
@@ -356,7 +366,7 @@ int slave::DispDrv(char* frm, char* out, int outLen, double f, double u, int w, 
     m_LastError = SLV_ERR_GENERIC;
     return 0;
   }
-  if (updLevels && !UpdateLevels(n, tanks.data(), qnts.data(), 1.0, 0)) m_LevelsNotBooked = 1;
+  if (booking && !SlvBookLevels(this, &*booking, n, tanks.data(), qnts.data())) m_LevelsNotBooked = 1;
   memcpy(out, text.c_str(), text.size());
   out[text.size()] = '\0';
   out[outLen] = '\0';

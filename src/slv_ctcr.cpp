@@ -188,7 +188,9 @@ int ColourantInDispenser::Write() try {
     TarvoTrace("\nCol..InDispenser::Write error %s %d", kSource, 269);
     return 0;
   }
-  for (int i = 0; i < m_NumTanks; ++i) {
+  // Every tank and cistern of the colourant is written as one booking.
+  SlvBooking booking;
+  for (int i = 0; i < m_NumTanks && booking.Ok(); ++i) {
     const CtInDspTank& entry = m_Tanks[i];
     const int located = m_Slave->TankLocate(entry.tank);
     if (located == 0) continue;
@@ -208,8 +210,19 @@ int ColourantInDispenser::Write() try {
     tanks->WriteDouble("CUR_Q", entry.cur_q);
     tanks->WriteDouble("RES_Q", entry.res_q);
     tanks->WriteDouble("THRESHOLD", entry.threshold);
-    tanks->WriteString("STATUS_FLG", entry.status_flg);
+    // The flags the entry holds are written over the start of the field;
+    // a wider field keeps the characters past them.
+    if (tanks->FieldType("STATUS_FLG") == 'C') {
+      tanks->WriteStringAt("STATUS_FLG", 0, entry.status_flg);
+    } else {
+      tanks->WriteString("STATUS_FLG", entry.status_flg);
+    }
     TarvoTrace("\nTank: %5d, max_q: %7.3lf", entry.tank, entry.max_q);
+  }
+  if (!booking.Commit()) {
+    TarvoTrace("\n%s(%d): the tanks of colorant %ld could not be written", kSource, __LINE__,
+               m_CntId);
+    return 0;
   }
   m_Slave->Set(m_Slave->m_DispId);
   return 1;

@@ -214,7 +214,8 @@ int slave::ForceOption(int pos, int on) try {
   snprintf(options, sizeof options, "%s", m_Options);
   for (size_t i = strlen(options); i < static_cast<size_t>(pos); ++i) options[i] = '0';
   options[pos] = on ? '1' : '0';
-  if (!disp->WriteStringAt("OPTIONS", 0, options)) {
+  SlvBooking booking;
+  if (!disp->WriteStringAt("OPTIONS", 0, options) || !booking.Commit()) {
     TarvoTrace("\n%s(%d): option %d could not be written", kSource, __LINE__, pos);
     return 0;
   }

@@ -100,6 +100,12 @@ class SlvBooking {
   unsigned failuresAtStart_;
 };
 
+// Takes quantities off the levels within booking, which the caller began
+// before it read the levels it split by: all of them are booked, or none
+// (the booking could not start, one level could not be booked, the tables
+// refused the writes).
+bool SlvBookLevels(slave* s, SlvBooking* booking, int n, int* tanks, double* qnts);
+
 // Reads the tank map (m_NumTanks, m_TankRecNo, m_TankCntId) of s's
 // dispenser from the tank table. False after an allocation failure (traced
 // by the caller).

@@ -136,6 +136,10 @@ int slave::UpdateLevels(int count, int* circuits, double* quantities, double fac
   return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
+bool SlvBookLevels(slave* s, SlvBooking* booking, int n, int* tanks, double* qnts) {
+  return booking->Ok() && s->UpdateLevels(n, tanks, qnts, 1.0, 0) == 1 && booking->Commit();
+}
+
 int slave::UpdateLevels(char* formula, double f1, double f2, int mode, int add) try {
   Zu_IntArray tanks;
   Zu_DoubleArray qnts;

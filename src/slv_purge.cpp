@@ -83,8 +83,10 @@ int PurgeByDispensing(slave* s, const std::vector<int>& circuits, double quantit
       if (record != nullptr) record->add(ColourantOf(s, circuit), quantity, 0, 0);
     }
     const int n = static_cast<int>(group.size());
+    // Each group is booked whole or not at all before it is dispensed.
     // UpdateLevels scales the quantities in place (factor 1): they stay.
-    if (!s->UpdateLevels(n, group.data(), qnts.data(), 1.0, 0)) s->m_LevelsNotBooked = 1;
+    SlvBooking booking;
+    if (!SlvBookLevels(s, &booking, n, group.data(), qnts.data())) s->m_LevelsNotBooked = 1;
     result = s->Dispense(n, group.data(), qnts.data(), 1.0);
   }
   if (GroupFlag(s)) Send(s, "/G0");
@@ -93,12 +95,22 @@ int PurgeByDispensing(slave* s, const std::vector<int>& circuits, double quantit
 
 // Books a purge the driver made: each circuit's level moves by sign x the
 // quantity; the driver's result becomes the last error.
-int BookDriverPurge(slave* s, const std::vector<int>& circuits, double quantity, double sign,
-                    int driverResult, Zu_Frm* record) {
+// Books a purge as one booking: every circuit's level moves by sign x the
+// quantity, or, when one of them cannot, none does.
+void BookPurge(slave* s, const std::vector<int>& circuits, double quantity, double sign,
+               Zu_Frm* record) {
+  SlvBooking booking;
+  bool booked = booking.Ok();
   for (int circuit : circuits) {
-    if (!s->change_level(circuit, sign * quantity, 1, 0)) s->m_LevelsNotBooked = 1;
+    if (booked && !s->change_level(circuit, sign * quantity, 1, 0)) booked = false;
     if (record != nullptr) record->add(ColourantOf(s, circuit), quantity, 0, 0);
   }
+  if (!booked || !booking.Commit()) s->m_LevelsNotBooked = 1;
+}
+
+int BookDriverPurge(slave* s, const std::vector<int>& circuits, double quantity, double sign,
+                    int driverResult, Zu_Frm* record) {
+  BookPurge(s, circuits, quantity, sign, record);
   s->m_LastError = driverResult;
   s->m_Dsp->ResetError(s->m_DispId);
   return driverResult == 0 ? 1 : 0;
@@ -127,10 +139,7 @@ int slave::Purge(double quantity, Zu_Frm* record, bool send, bool oneByOne) try 
   }
   if (!send) {
     // Booked as if the driver had purged, without a command.
-    for (int circuit : circuits) {
-      if (!change_level(circuit, -quantity, 1, 0)) m_LevelsNotBooked = 1;
-      if (record != nullptr) record->add(ColourantOf(this, circuit), quantity, 0, 0);
-    }
+    BookPurge(this, circuits, quantity, -1.0, record);
     return 1;
   }
   const int r = m_Dsp->PurgeCircuits(static_cast<int>(circuits.size()), circuits.data(), quantity);

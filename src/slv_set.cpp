@@ -224,7 +224,8 @@ int slave::SetCommPort(int port) try {
   // library reads.
   char portText[3];
   snprintf(portText, sizeof portText, "%2d", port);
-  const bool written = disp->WriteStringAt("COMMUNIC", 0, portText) != 0;
+  SlvBooking booking;
+  const bool written = disp->WriteStringAt("COMMUNIC", 0, portText) != 0 && booking.Commit();
   if (!written) TarvoTrace("\n%s(%d): COMMUNIC could not be written", kSource, __LINE__);
 
   Dsp_InitLoad();

@@ -308,6 +308,9 @@ int ColourantInDispenser::SwitchToSingleTank(double max, double res, double cur)
     if (findRes) res = std::max(res, m_Tanks[i].res_q);
     if (findCur) cur = std::max(cur, m_Tanks[i].cur_q);
   }
+  // The entries change only with the cistern table: a switch the tables
+  // refuse leaves both as they were.
+  const std::vector<CtInDspTank> before(m_Tanks, m_Tanks + m_NumTanks);
   CtInDspTank& master = m_Tanks[0];
   master.max_q = max;
   master.res_q = res;
@@ -315,6 +318,8 @@ int ColourantInDispenser::SwitchToSingleTank(double max, double res, double cur)
 
   Qdbase* cist = nullptr;
   _slv_dbhandles(nullptr, nullptr, &cist);
+  SlvBooking booking;
+  bool emptied = false;  // a cistern's last user left: it is deleted
   for (int i = 1; i < m_NumTanks; ++i) {
     CtInDspTank& entry = m_Tanks[i];
     entry.max_q = entry.cur_q = entry.res_q = -1.0;
@@ -323,10 +328,10 @@ int ColourantInDispenser::SwitchToSingleTank(double max, double res, double cur)
       cist->SelectIdx(1);
       int users = 0;
       if (SeekCisternText(cist, entry.cist_id) && cist->ReadInt("USERS", &users)) {
-        // The last user leaving takes its cistern with it.
+        // The last user leaving takes its cistern with it; the table is
+        // packed once the booking stands.
         if (users == 1) {
-          cist->Delete();
-          cist->Pack();
+          emptied = cist->Delete() != 0 || emptied;
         } else {
           cist->WriteInt("USERS", users - 1);
         }
@@ -340,6 +345,13 @@ int ColourantInDispenser::SwitchToSingleTank(double max, double res, double cur)
       memcpy(entry.cist_id, master.cist_id, sizeof entry.cist_id);
     }
   }
+  if (cist != nullptr && !booking.Commit()) {
+    std::copy(before.begin(), before.end(), m_Tanks);
+    TarvoTrace("\n%s(%d): the cisterns of colorant %ld could not be written", kSource, __LINE__,
+               m_CntId);
+    return 0;
+  }
+  if (emptied) cist->Pack();
   return 1;
 } catch (...) {
   return SlvFailed(this, kSource, __LINE__, __func__, 0);
@@ -387,8 +399,12 @@ int ColourantInDispenser::SwitchToMultiTank() try {
     }
   }
 
+  // The entries change only with the cistern table: a switch the tables
+  // refuse leaves both as they were.
+  const std::vector<CtInDspTank> before(m_Tanks, m_Tanks + m_NumTanks);
   Qdbase* cist = nullptr;
   _slv_dbhandles(nullptr, nullptr, &cist);
+  SlvBooking booking;
   const int savedIdx = cist != nullptr ? cist->CurrentIdx() : 0;
   for (int i = 0; i < m_NumTanks; ++i) {
     if (i == masterIdx) continue;
@@ -417,6 +433,12 @@ int ColourantInDispenser::SwitchToMultiTank() try {
     snprintf(entry.cist_id, sizeof entry.cist_id, "%.5s", idText);
   }
   if (cist != nullptr) cist->SelectIdx(savedIdx);
+  if (cist != nullptr && !booking.Commit()) {
+    std::copy(before.begin(), before.end(), m_Tanks);
+    TarvoTrace("\n%s(%d): the cisterns of colorant %ld could not be written", kSource, __LINE__,
+               m_CntId);
+    return 0;
+  }
   return 1;
 } catch (...) {
   return SlvFailed(this, kSource, __LINE__, __func__, 0);
