@@ -108,13 +108,16 @@ int ColourantInDispenser::Read(long cnt) try {
     if (located != 1 && located != 2) continue;
 
     entry.tank = list[i];
-    tanks->ReadDouble("MAX_Q", &entry.max_q);
+    // A quantity that cannot be read is no quantity: the colourant is not
+    // read at all rather than split or written back with a 0 in its place.
+    bool read = SlvReadNumber(tanks, "MAX_Q", &entry.max_q);
     entry.mpx = ReadMpx(tanks);
     // The cistern id is a number, stored as digits or as a number of any
     // width; the entry keeps it as "%5ld". One that does not fit there is
     // refused rather than cut to another id.
     long cistId = 0;
-    if (tanks->ReadLong("CIST_ID", &cistId) && !StoreCistId(&entry, cistId)) {
+    read = read && SlvReadNumber(tanks, "CIST_ID", &cistId);
+    if (cistId != 0 && !StoreCistId(&entry, cistId)) {
       TarvoTrace("\n%s(%d): cistern id %ld of tank %d does not fit", kSource, __LINE__, cistId,
                  entry.tank);
       free(list);
@@ -123,15 +126,20 @@ int ColourantInDispenser::Read(long cnt) try {
     }
     // A master tank fed by a cistern holds the cistern's quantities; the
     // cistern record is the one TankLocate found for this tank.
-    if (entry.max_q != -1.0 && cist != nullptr && located == 1 && CistId(entry) != 0) {
-      cist->ReadDouble("MAX_Q", &entry.max_q);
-      cist->ReadDouble("CUR_Q", &entry.cur_q);
-      cist->ReadDouble("RES_Q", &entry.res_q);
-    } else {
-      tanks->ReadDouble("CUR_Q", &entry.cur_q);
-      tanks->ReadDouble("RES_Q", &entry.res_q);
+    Qdbase* levels = (entry.max_q != -1.0 && cist != nullptr && located == 1 && cistId != 0)
+                         ? cist
+                         : tanks;
+    if (levels == cist) read = read && SlvReadNumber(cist, "MAX_Q", &entry.max_q);
+    read = read && SlvReadNumber(levels, "CUR_Q", &entry.cur_q) &&
+           SlvReadNumber(levels, "RES_Q", &entry.res_q) &&
+           SlvReadNumber(tanks, "THRESHOLD", &entry.threshold);
+    if (!read) {
+      TarvoTrace("\n%s(%d): tank %d of colorant %ld cannot be read", kSource, __LINE__,
+                 entry.tank, cnt);
+      free(list);
+      Clear();
+      return 0;
     }
-    tanks->ReadDouble("THRESHOLD", &entry.threshold);
     char flags[sizeof entry.status_flg];
     if (tanks->ReadString("STATUS_FLG", flags, sizeof flags, 0, 0)) {
       memcpy(entry.status_flg, flags, sizeof flags);

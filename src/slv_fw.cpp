@@ -215,7 +215,7 @@ int slave::ForceOption(int pos, int on) try {
   for (size_t i = strlen(options); i < static_cast<size_t>(pos); ++i) options[i] = '0';
   options[pos] = on ? '1' : '0';
   SlvBooking booking;
-  if (!disp->WriteStringAt("OPTIONS", 0, options) || !booking.Commit()) {
+  if (!booking.Ok() || !disp->WriteStringAt("OPTIONS", 0, options) || !booking.Commit()) {
     TarvoTrace("\n%s(%d): option %d could not be written", kSource, __LINE__, pos);
     return 0;
   }

@@ -100,6 +100,12 @@ class SlvBooking {
   unsigned failuresAtStart_;
 };
 
+// A number of the current record: true with its value, or with 0 when the
+// table has no such field (as a record without it reads); false when the
+// field is there and cannot be read (a failed read is never a value).
+bool SlvReadNumber(Qdbase* table, const char* field, double* value);
+bool SlvReadNumber(Qdbase* table, const char* field, long* value);
+
 // Takes quantities off the levels within booking, which the caller began
 // before it read the levels it split by: all of them are booked, or none
 // (the booking could not start, one level could not be booked, the tables

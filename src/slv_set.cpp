@@ -225,7 +225,8 @@ int slave::SetCommPort(int port) try {
   char portText[3];
   snprintf(portText, sizeof portText, "%2d", port);
   SlvBooking booking;
-  const bool written = disp->WriteStringAt("COMMUNIC", 0, portText) != 0 && booking.Commit();
+  const bool written =
+      booking.Ok() && disp->WriteStringAt("COMMUNIC", 0, portText) != 0 && booking.Commit();
   if (!written) TarvoTrace("\n%s(%d): COMMUNIC could not be written", kSource, __LINE__);
 
   Dsp_InitLoad();

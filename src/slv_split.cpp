@@ -293,6 +293,14 @@ int slave::CntQntToTanks(long cnt, double qnt, Zu_IntArray* tanks, Zu_DoubleArra
 
 namespace {
 
+// A switch the tables refused: the entries get back what they held.
+int SwitchRefused(ColourantInDispenser* c, const std::vector<CtInDspTank>& before) {
+  std::copy(before.begin(), before.end(), c->m_Tanks);
+  TarvoTrace("\n%s(%d): the cisterns of colorant %ld could not be written", kSource, __LINE__,
+             c->m_CntId);
+  return 0;
+}
+
 // Seeks a cistern by its id text on index 1.
 int SeekCisternText(Qdbase* cist, const char* id) { return cist->Seek(id); }
 
@@ -319,6 +327,7 @@ int ColourantInDispenser::SwitchToSingleTank(double max, double res, double cur)
   Qdbase* cist = nullptr;
   _slv_dbhandles(nullptr, nullptr, &cist);
   SlvBooking booking;
+  if (cist != nullptr && !booking.Ok()) return SwitchRefused(this, before);
   bool emptied = false;  // a cistern's last user left: it is deleted
   for (int i = 1; i < m_NumTanks; ++i) {
     CtInDspTank& entry = m_Tanks[i];
@@ -345,12 +354,7 @@ int ColourantInDispenser::SwitchToSingleTank(double max, double res, double cur)
       memcpy(entry.cist_id, master.cist_id, sizeof entry.cist_id);
     }
   }
-  if (cist != nullptr && !booking.Commit()) {
-    std::copy(before.begin(), before.end(), m_Tanks);
-    TarvoTrace("\n%s(%d): the cisterns of colorant %ld could not be written", kSource, __LINE__,
-               m_CntId);
-    return 0;
-  }
+  if (cist != nullptr && !booking.Commit()) return SwitchRefused(this, before);
   if (emptied) cist->Pack();
   return 1;
 } catch (...) {
@@ -405,6 +409,7 @@ int ColourantInDispenser::SwitchToMultiTank() try {
   Qdbase* cist = nullptr;
   _slv_dbhandles(nullptr, nullptr, &cist);
   SlvBooking booking;
+  if (cist != nullptr && !booking.Ok()) return SwitchRefused(this, before);
   const int savedIdx = cist != nullptr ? cist->CurrentIdx() : 0;
   for (int i = 0; i < m_NumTanks; ++i) {
     if (i == masterIdx) continue;
@@ -433,12 +438,7 @@ int ColourantInDispenser::SwitchToMultiTank() try {
     snprintf(entry.cist_id, sizeof entry.cist_id, "%.5s", idText);
   }
   if (cist != nullptr) cist->SelectIdx(savedIdx);
-  if (cist != nullptr && !booking.Commit()) {
-    std::copy(before.begin(), before.end(), m_Tanks);
-    TarvoTrace("\n%s(%d): the cisterns of colorant %ld could not be written", kSource, __LINE__,
-               m_CntId);
-    return 0;
-  }
+  if (cist != nullptr && !booking.Commit()) return SwitchRefused(this, before);
   return 1;
 } catch (...) {
   return SlvFailed(this, kSource, __LINE__, __func__, 0);

@@ -127,3 +127,13 @@ void SlvNoteFailure(ColourantInDispenser* c, const char* source, int line,
                     const char* function) noexcept {
   SlvNoteFailure(c != nullptr ? c->m_Slave : nullptr, source, line, function);
 }
+
+bool SlvReadNumber(Qdbase* table, const char* field, double* value) {
+  *value = 0.0;
+  return table->FieldNo(field) == 0 || table->ReadDouble(field, value) != 0;
+}
+
+bool SlvReadNumber(Qdbase* table, const char* field, long* value) {
+  *value = 0;
+  return table->FieldNo(field) == 0 || table->ReadLong(field, value) != 0;
+}

@@ -188,6 +188,14 @@ std::string Journal::Path() const {
 }
 
 bool Journal::OpenFile(bool create, std::string* why) {
+  // A process made by fork shares its parent's open file description, and
+  // with it the parent's lock: it opens the journal anew.
+  if (fd_ >= 0 && pid_ != getpid()) {
+    close(fd_);
+    fd_ = -1;
+    writable_ = false;
+  }
+  pid_ = getpid();
   if (fd_ >= 0 && (writable_ || !create)) return true;
   int fd = open(Path().c_str(), O_RDWR | O_CLOEXEC | (create ? O_CREAT : 0), 0666);
   if (fd >= 0) {

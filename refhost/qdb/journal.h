@@ -28,6 +28,8 @@
 #ifndef QSLAVE_REFHOST_JOURNAL_H
 #define QSLAVE_REFHOST_JOURNAL_H
 
+#include <sys/types.h>
+
 #include <mutex>
 #include <string>
 #include <vector>
@@ -113,6 +115,7 @@ class Journal {
 
   std::string dir_;
   int fd_ = -1;
+  pid_t pid_ = 0;  // the process that opened fd_
   bool writable_ = false;
   int refs_ = 0;
   int depth_ = 0;

@@ -1,0 +1,338 @@
+// The library's bookings under disk faults: a dispense with levels (single
+// tanks and a linked pair fed by a cistern), a batch of 20 circuits
+// (UpdateLevels) and a switch of linked tanks to independent ones with the
+// write of their records. Every read, write, sync and truncation of the
+// tables and the journal fails in turn (EIO, ENOSPC, a half-written write),
+// and the process is killed before each in turn. For each: the answer says
+// what the tables hold, the trace names the file, and the tables, read by
+// the table class and by python3-dbfread, hold each booking entirely or not
+// at all.
+#include <errno.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "dispense_fixture.h"
+#include "fault_injection.h"
+
+namespace {
+
+namespace faults = qtest::faults;
+using qtest::SecondaryOf;
+using qtest::TankOf;
+using qtest::TempDir;
+using qtest::TraceCapture;
+
+const char* const kTables[] = {"disps.dbf", "tanks.dbf", "cistern.dbf"};
+
+// The tables of a directory as the table class reads them: every tank's
+// TANK, CUR_Q, MAX_Q and CIST_ID, every cistern's ID, USERS, CUR_Q, MAX_Q.
+// Opening them completes a booking a killed process left unfinished.
+std::string Snapshot(const std::string& dir) {
+  std::string out;
+  Qdbase tanks, cist;
+  if (!tanks.SetFiles(dir.c_str(), "tanks", 0, nullptr, nullptr) || !tanks.Open() ||
+      !cist.SetFiles(dir.c_str(), "cistern", 0, nullptr, nullptr) || !cist.Open()) {
+    return "<cannot open>";
+  }
+  char line[128];
+  for (int ok = tanks.Top(); ok; ok = tanks.Next()) {
+    long tank = 0, cistId = 0;
+    double cur = 0, max = 0;
+    if (!tanks.ReadLong("TANK", &tank) || !tanks.ReadDouble("CUR_Q", &cur) ||
+        !tanks.ReadDouble("MAX_Q", &max) || !tanks.ReadLong("CIST_ID", &cistId)) {
+      return "<cannot read>";
+    }
+    snprintf(line, sizeof line, "T%ld %.3f %.3f %ld;", tank, cur, max, cistId);
+    out += line;
+  }
+  for (int ok = cist.Top(); ok; ok = cist.Next()) {
+    long id = 0, users = 0;
+    double cur = 0, max = 0;
+    if (!cist.ReadLong("ID", &id) || !cist.ReadLong("USERS", &users) ||
+        !cist.ReadDouble("CUR_Q", &cur) || !cist.ReadDouble("MAX_Q", &max)) {
+      return "<cannot read>";
+    }
+    snprintf(line, sizeof line, "C%ld %ld %.3f %.3f;", id, users, cur, max);
+    out += line;
+  }
+  return out;
+}
+
+// The same, as python3-dbfread reads each directory (deleted records
+// skipped); one line per directory.
+std::vector<std::string> SnapshotsByDbfread(const std::vector<std::string>& dirs) {
+  std::string list = "[";
+  for (const std::string& d : dirs) list += qtest::PyQuote(d) + ",";
+  list += "]";
+  const std::string script =
+      "import dbfread\n"
+      "for d in " + list + ":\n"
+      "    try:\n"
+      "        out = ''\n"
+      "        for r in dbfread.DBF(d + '/tanks.dbf'):\n"
+      "            out += 'T%d %.3f %.3f %d;' % (r['TANK'], r['CUR_Q'], r['MAX_Q'],\n"
+      "                                         int(r['CIST_ID'] or 0))\n"
+      "        for r in dbfread.DBF(d + '/cistern.dbf'):\n"
+      "            out += 'C%d %d %.3f %.3f;' % (r['ID'], r['USERS'], r['CUR_Q'], r['MAX_Q'])\n"
+      "        print(out)\n"
+      "    except Exception as e:\n"
+      "        print('<dbfread: %s>' % e)\n";
+  std::string text;
+  qtest::RunPython(script, &text);
+  std::vector<std::string> lines;
+  size_t pos = 0;
+  while (pos < text.size()) {
+    const size_t end = text.find('\n', pos);
+    lines.push_back(text.substr(pos, end - pos));
+    pos = end == std::string::npos ? text.size() : end + 1;
+  }
+  return lines;
+}
+
+// The records that differ between two snapshots, for a short message.
+std::string Difference(const std::string& want, const std::string& got) {
+  auto split = [](const std::string& text) {
+    std::vector<std::string> parts;
+    size_t pos = 0;
+    while (pos < text.size()) {
+      const size_t end = text.find(';', pos);
+      parts.push_back(text.substr(pos, end - pos));
+      pos = end == std::string::npos ? text.size() : end + 1;
+    }
+    return parts;
+  };
+  const std::vector<std::string> a = split(want), b = split(got);
+  std::string out;
+  for (size_t i = 0; i < std::max(a.size(), b.size()); ++i) {
+    const std::string x = i < a.size() ? a[i] : "-", y = i < b.size() ? b[i] : "-";
+    if (x != y) out += "[" + x + " | " + y + "] ";
+  }
+  return out.empty() ? "same" : "wanted | found: " + out;
+}
+
+// What one operation did: the states it may leave, named by the answer.
+struct Outcome {
+  int answer = 0;     // 1: the operation says its bookings were made
+  int stage = 0;      // for two bookings in a row: how many were made
+};
+
+using Operation = std::function<Outcome(slave&)>;
+
+class LevelFaults : public qtest::DispenseEnv {
+ protected:
+  void SetUp() override {
+    DispenseEnv::SetUp();
+    AddDispenser();
+    std::vector<qtest::TankRow> rows;
+    for (int t = 1; t <= 20; ++t) rows.push_back(TankOf(t, 100 + t, 500.0, 10.0, 1000.0));
+    rows.push_back(TankOf(21, 50, 3000.0, 10.0, 4000.0, 1));
+    rows.push_back(SecondaryOf(22, 50, 1));
+    AddTanks(rows);
+    AddCistern(1, 2, 4000.0, 3000.0, 10.0);
+  }
+  void TearDown() override {
+    faults::Disarm();
+    DispenseEnv::TearDown();
+  }
+
+  // A fresh copy of the pristine tables.
+  TempDir* Fresh() {
+    dirs_.push_back(std::make_unique<TempDir>());
+    for (const char* name : kTables) {
+      qtest::WriteFile(dirs_.back()->file(name), qtest::ReadFile(dir_.file(name)));
+    }
+    return dirs_.back().get();
+  }
+
+  // Runs op on the tables of dir with plan armed (after the slave is
+  // constructed); answers what op said.
+  Outcome Run(const std::string& dir, const Operation& op, const faults::Plan* plan) {
+    qtest::ScopedEnv data("QSLAVE_DATA", dir.c_str());
+    Outcome outcome;
+    {
+      slave s(1);
+      EXPECT_EQ(s.m_DispId, 1);
+      s.m_PurgeSrvOff = 1;
+      if (plan != nullptr) faults::Arm(*plan);
+      outcome = op(s);
+      faults::Disarm();
+    }
+    return outcome;
+  }
+
+  // The states op may leave: the tables before it, and after it ran
+  // without a fault.
+  std::vector<std::string> States(const Operation& op) {
+    std::vector<std::string> states = {Snapshot(Fresh()->path())};
+    TempDir* clean = Fresh();
+    const Outcome done = Run(clean->path(), op, nullptr);
+    EXPECT_EQ(done.answer, 1) << "the operation works without faults";
+    states.push_back(Snapshot(clean->path()));
+    return states;
+  }
+
+  // Fails each call of the given kinds in turn and checks every outcome.
+  void Sweep(const Operation& op, const std::vector<std::string>& states, int ops, int error,
+             bool shortWrite, int* failures) {
+    TempDir* counting = Fresh();
+    faults::Plan plan;
+    plan.match = counting->path() + "/";
+    plan.ops = ops;
+    Run(counting->path(), op, &plan);
+    const long calls = faults::Count();
+    ASSERT_GT(calls, 0);
+    std::vector<std::string> dirs;
+    std::vector<std::string> expected;
+    for (long n = 1; n <= calls; ++n) {
+      TempDir* dir = Fresh();
+      plan.match = dir->path() + "/";
+      plan.failAt = n;
+      plan.error = error;
+      plan.shortWrite = shortWrite;
+      TraceCapture trace;
+      const Outcome outcome = Run(dir->path(), op, &plan);
+      const std::string& want = states[static_cast<size_t>(outcome.stage)];
+      const std::string found = Snapshot(dir->path());
+      EXPECT_TRUE(want == found) << "call " << n << " of " << calls << " failing (errno "
+                                 << error << "), answer " << outcome.answer << ", stage "
+                                 << outcome.stage << ": " << Difference(want, found) << "\n"
+                                 << trace.text();
+      if (outcome.answer != 1) {
+        ++*failures;
+        EXPECT_NE(std::string::npos, trace.text().find(dir->path() + "/"))
+            << "the failure names the file\n" << trace.text();
+      }
+      dirs.push_back(dir->path());
+      expected.push_back(want);
+    }
+    const std::vector<std::string> read = SnapshotsByDbfread(dirs);
+    ASSERT_EQ(expected.size(), read.size());
+    for (size_t i = 0; i < read.size(); ++i) {
+      EXPECT_TRUE(expected[i] == read[i]) << "dbfread, call " << i + 1 << ": "
+                                          << Difference(expected[i], read[i]);
+    }
+  }
+
+  // Every kind of fault, and a kill before every call.
+  void SweepAll(const Operation& op, const std::vector<std::string>& states) {
+    int failures = 0;
+    Sweep(op, states, faults::kWrite | faults::kSync | faults::kTruncate, EIO, false, &failures);
+    Sweep(op, states, faults::kWrite, ENOSPC, false, &failures);
+    Sweep(op, states, faults::kWrite, ENOSPC, true, &failures);
+    Sweep(op, states, faults::kRead, EIO, false, &failures);
+    EXPECT_GT(failures, 10) << "the faults reached the bookings";
+    Kills(op, states);
+  }
+
+  // Killed before each call in turn: once the tables are opened again they
+  // hold one of the states, the last one whenever the child reported done.
+  void Kills(const Operation& op, const std::vector<std::string>& states) {
+    TempDir* counting = Fresh();
+    faults::Plan plan;
+    plan.match = counting->path() + "/";
+    Run(counting->path(), op, &plan);
+    const long calls = faults::Count();
+    std::vector<std::string> dirs;
+    std::vector<std::string> seen;
+    for (long n = 1; n <= calls; ++n) {
+      TempDir* dir = Fresh();
+      const pid_t pid = fork();
+      if (pid == 0) {
+        faults::Plan kill;
+        kill.match = dir->path() + "/";
+        kill.failAt = n;
+        kill.kill = true;
+        const Outcome outcome = Run(dir->path(), op, &kill);
+        _exit(outcome.answer == 1 ? 0 : 1);
+      }
+      int status = 0;
+      waitpid(pid, &status, 0);
+      const std::string state = Snapshot(dir->path());
+      const bool known = std::find(states.begin(), states.end(), state) != states.end();
+      EXPECT_TRUE(known) << "killed before call " << n << " of " << calls << ": "
+                         << Difference(states.front(), state);
+      if (WIFEXITED(status) && WEXITSTATUS(status) == 0) {
+        EXPECT_TRUE(states.back() == state) << "reported done, killed before call " << n << ": "
+                                            << Difference(states.back(), state);
+      }
+      dirs.push_back(dir->path());
+      seen.push_back(state);
+    }
+    const std::vector<std::string> read = SnapshotsByDbfread(dirs);
+    ASSERT_EQ(seen.size(), read.size());
+    for (size_t i = 0; i < read.size(); ++i) {
+      EXPECT_TRUE(seen[i] == read[i]) << "dbfread after kill " << i + 1 << ": "
+                                      << Difference(seen[i], read[i]);
+    }
+  }
+
+  std::vector<std::unique_ptr<TempDir>> dirs_;
+};
+
+TEST_F(LevelFaults, DispenseWithLevels) {
+  const Operation op = [](slave& s) {
+    char frm[] = "(101:1.000)(102:2.000)(50:5.000)";
+    const int result = s.Dispense(frm, 1.0, 1.0, 0, 1, 0, 0);
+    Outcome outcome;
+    outcome.answer = result == 1 && s.LevelsNotBooked() == 0 ? 1 : 0;
+    outcome.stage = outcome.answer;
+    return outcome;
+  };
+  SweepAll(op, States(op));
+}
+
+TEST_F(LevelFaults, UpdateLevelsOfTwentyCircuits) {
+  const Operation op = [](slave& s) {
+    int circuits[20];
+    double qnts[20];
+    for (int i = 0; i < 20; ++i) {
+      circuits[i] = i + 1;
+      qnts[i] = 1.0 + i;
+    }
+    Outcome outcome;
+    outcome.answer = s.UpdateLevels(20, circuits, qnts, 1.0, 0);
+    outcome.stage = outcome.answer;
+    return outcome;
+  };
+  SweepAll(op, States(op));
+}
+
+// Switching a linked pair to independent tanks books the cistern table
+// (a new cistern appended, the old one's users counted down), then Write
+// books the tanks: two bookings, each whole or absent.
+TEST_F(LevelFaults, SwitchOfLinkedTanksAndItsWrite) {
+  const Operation switchOnly = [](slave& s) {
+    ColourantInDispenser c(&s);
+    Outcome outcome;
+    outcome.answer = c.Read(50) && c.SwitchToMultiTank() ? 1 : 0;
+    outcome.stage = outcome.answer;
+    return outcome;
+  };
+  const Operation both = [](slave& s) {
+    ColourantInDispenser c(&s);
+    Outcome outcome;
+    if (!c.Read(50) || !c.SwitchToMultiTank()) return outcome;
+    outcome.stage = 1;
+    if (!c.Write()) return outcome;
+    outcome.stage = 2;
+    outcome.answer = 1;
+    return outcome;
+  };
+  std::vector<std::string> states = States(switchOnly);
+  TempDir* clean = Fresh();
+  ASSERT_EQ(1, Run(clean->path(), both, nullptr).answer);
+  states.push_back(Snapshot(clean->path()));
+  ASSERT_NE(states[0], states[1]);
+  ASSERT_NE(states[1], states[2]);
+  SweepAll(both, states);
+}
+
+}  // namespace
