@@ -14,11 +14,13 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
 #include <functional>
 #include <map>
@@ -301,6 +303,100 @@ TEST_F(Durability, KilledDuringUpdateLevelsBatchesKeepsEveryReportedUpdate) {
   CheckAfterKill(run, levels, 4, 1);
 }
 
+// A thousand kills at random moments of a dispensing loop, from its start
+// (the slave still opening its tables) to any point of its bookings. After
+// each kill the tables open cleanly, every dispense the child reported
+// done is on disk, at most one more that it had no time to report, and
+// tank, cistern and the formula's second tank moved together.
+TEST_F(Durability, AThousandKillsLoseNoReportedDispense) {
+  AddDispenser();
+  AddTanks({TankOf(1, 10, 5000000.0, 10.0, 9000000.0, 1), TankOf(2, 20, 4000000.0, 10.0,
+                                                                  9000000.0)});
+  AddCistern(1, 1, 9000000.0, 5000000.0);
+  const unsigned seed = Seed();
+  SCOPED_TRACE("seed " + std::to_string(seed));
+  std::mt19937 random(seed);
+  const int kKills = 1000;
+  const double share1 = 1.25, share2 = 0.5;
+  double reported1 = 5000000.0, reported2 = 4000000.0;
+  long reports = 0, unreportedLanded = 0;
+  for (int k = 0; k < kKills; ++k) {
+    int fds[2];
+    ASSERT_EQ(0, pipe(fds));
+    fflush(nullptr);
+    const pid_t pid = fork();
+    ASSERT_GE(pid, 0);
+    if (pid == 0) {
+      close(fds[0]);
+      prctl(PR_SET_PDEATHSIG, SIGKILL);
+      TarvoTraceSetHook(Discard);
+      slave::Message = Discard;
+      slave s(1);
+      if (s.m_DispId != 1) _exit(21);
+      s.m_PurgeSrvOff = 1;
+      for (int n = 0; n < kMaxRounds; ++n) {
+        char frm[] = "(10:1.250)(20:0.500)";
+        if (s.Dispense(frm, 1.0, 1.0, 0, 1, 0, 0) != 1 || s.LevelsNotBooked()) _exit(22);
+        if (write(fds[1], "+", 1) != 1) _exit(24);
+      }
+      _exit(0);
+    }
+    close(fds[1]);
+    usleep(std::uniform_int_distribution<unsigned>(0, 15000)(random));
+    kill(pid, SIGKILL);
+    char buf[4096];
+    long n = 0;
+    for (ssize_t got; (got = read(fds[0], buf, sizeof buf)) != 0;) {
+      if (got < 0 && errno == EINTR) continue;
+      if (got < 0) break;
+      n += got;
+    }
+    close(fds[0]);
+    int status = 0;
+    waitpid(pid, &status, 0);
+    ASSERT_TRUE(WIFSIGNALED(status)) << "kill " << k << ": the child ended on its own";
+    reports += n;
+    reported1 -= share1 * static_cast<double>(n);
+    reported2 -= share2 * static_cast<double>(n);
+
+    // The next process opens the tables: an unfinished booking is
+    // completed, and the levels are those reported, or one more dispense.
+    slave v(1);
+    ASSERT_EQ(v.m_DispId, 1) << "kill " << k;
+    double cur1 = 0, cur2 = 0;
+    ASSERT_EQ(1, v.TankQnts(1, &cur1, nullptr, nullptr)) << "kill " << k;
+    ASSERT_EQ(1, v.TankQnts(2, &cur2, nullptr, nullptr)) << "kill " << k;
+    Qdbase* cist = nullptr;
+    _slv_dbhandles(nullptr, nullptr, &cist);
+    double cistern = 0;
+    ASSERT_TRUE(cist != nullptr && cist->SelectIdx(1) && cist->Seek("    1") == 1 &&
+                cist->ReadDouble("CUR_Q", &cistern));
+    const bool asReported = std::fabs(cur1 - reported1) < kTolerance &&
+                            std::fabs(cur2 - reported2) < kTolerance;
+    const bool oneMore = std::fabs(cur1 - (reported1 - share1)) < kTolerance &&
+                         std::fabs(cur2 - (reported2 - share2)) < kTolerance;
+    ASSERT_TRUE(asReported || oneMore)
+        << "kill " << k << ": tank 1 " << cur1 << " (reported " << reported1 << "), tank 2 "
+        << cur2 << " (reported " << reported2 << ")";
+    ASSERT_NEAR(cur1, cistern, kTolerance) << "kill " << k << ": tank and cistern apart";
+    if (oneMore) {
+      ++unreportedLanded;
+      reported1 = cur1;
+      reported2 = cur2;
+    }
+  }
+  // An independent reader sees the same.
+  const std::map<int, double> tanks = TankLevelsOnDisk();
+  EXPECT_NEAR(reported1, tanks.at(1), kTolerance);
+  EXPECT_NEAR(reported2, tanks.at(2), kTolerance);
+  EXPECT_NEAR(reported1, CisternLevelsOnDisk().at(1), kTolerance);
+  // The kills fell both between reported dispenses and inside bookings.
+  EXPECT_GT(reports, 0);
+  EXPECT_GT(unreportedLanded, 0);
+  printf("%d kills, %ld dispenses reported, %ld more landed unreported\n", kKills, reports,
+         unreportedLanded);
+}
+
 // A dispense that draws on a single tank fed by a cistern and on a linked
 // pair whose master has a cistern of its own: tank and cistern records
 // both hold every reported update.
@@ -386,6 +482,79 @@ TEST_F(Durability, ReadOnlyTankTableFailsLevelUpdatesAndChangesNoFile) {
   }
   EXPECT_EQ(TankLevelsOnDisk(), (std::map<int, double>{{1, 500.0}, {2, 400.0}}));
   EXPECT_EQ(CisternLevelsOnDisk(), (std::map<long, double>{{1, 400.0}}));
+}
+
+// A disk without room, for any user: a limit on the size of every file the
+// process writes (RLIMIT_FSIZE). Bookings go on while the journal has room;
+// the first that does not fit is refused whole, the dispense still goes
+// out and says its levels were not booked, and a switch that would append
+// a cistern changes nothing. The tables open cleanly and hold exactly the
+// bookings that were made.
+TEST_F(Durability, FileSizeLimitRefusesBookingsWholeWithoutRoot) {
+  AddDispenser();
+  AddTanks({TankOf(1, 10, 500.0, 10.0, 1000.0, 1), TankOf(2, 20, 400.0, 10.0, 1000.0),
+            TankOf(3, 30, 300.0, 10.0, 1000.0, 2), SecondaryOf(4, 30, 2)});
+  AddCistern(1, 1, 1000.0, 500.0);
+  AddCistern(2, 2, 1000.0, 300.0);
+  // The journal starts before the limit is set; each booking adds an entry.
+  {
+    slave s(1);
+    ASSERT_EQ(1, s.change_level(2, 400.0, 0, 0));
+  }
+  CloseLibraryTables();
+  const long journal = static_cast<long>(qtest::ReadFile(dir_.file("qslave.jnl")).size());
+  long largest = journal;
+  for (QdbSchemaTable t : {QDB_SCHEMA_DISPS, QDB_SCHEMA_TANKS, QDB_SCHEMA_CISTERN}) {
+    largest = std::max(largest, static_cast<long>(qtest::ReadFile(tables_.FileOf(t)).size()));
+  }
+  int fds[2];
+  ASSERT_EQ(0, pipe(fds));
+  const pid_t pid = fork();
+  if (pid == 0) {
+    close(fds[0]);
+    TarvoTraceSetHook(Discard);
+    signal(SIGXFSZ, SIG_IGN);
+    const rlim_t limit = static_cast<rlim_t>(largest + 600);
+    struct rlimit r = {limit, limit};
+    setrlimit(RLIMIT_FSIZE, &r);
+    slave s(1);
+    s.m_PurgeSrvOff = 1;
+    int booked = 0;
+    for (int i = 0; i < 100; ++i) {
+      char frm[] = "(10:1.000)(20:2.000)";
+      if (s.Dispense(frm, 1.0, 1.0, 0, 1, 0, 0) != 1) _exit(30);
+      if (s.LevelsNotBooked()) break;
+      ++booked;
+    }
+    ColourantInDispenser c(&s);
+    const int switched = c.Read(30) && c.SwitchToMultiTank() ? 1 : 0;
+    dprintf(fds[1], "%d %d\n", booked, switched);
+    _exit(0);
+  }
+  close(fds[1]);
+  char buf[64] = "";
+  const ssize_t got = read(fds[0], buf, sizeof buf - 1);
+  close(fds[0]);
+  int status = 0;
+  waitpid(pid, &status, 0);
+  ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+  ASSERT_GT(got, 0);
+  int booked = -1, switched = -1;
+  ASSERT_EQ(2, sscanf(buf, "%d %d", &booked, &switched));
+  EXPECT_GT(booked, 0) << "bookings went on while there was room";
+  EXPECT_LT(booked, 100) << "the limit was reached";
+  EXPECT_EQ(0, switched);
+
+  const std::map<int, double> tanks = TankLevelsOnDisk();
+  EXPECT_EQ(500.0 - booked * 1.0, tanks.at(1));
+  EXPECT_EQ(400.0 - booked * 2.0, tanks.at(2));
+  const std::map<long, double> cisterns = CisternLevelsOnDisk();
+  EXPECT_EQ(2u, cisterns.size()) << "no cistern was appended";
+  EXPECT_EQ(500.0 - booked * 1.0, cisterns.at(1));
+  slave s(1);
+  double cur = 0;
+  ASSERT_EQ(1, s.TankQnts(1, &cur, nullptr, nullptr));
+  EXPECT_EQ(500.0 - booked * 1.0, cur);
 }
 
 // The tables on a small file system of their own, filled to the last byte
