@@ -204,6 +204,7 @@ int slave::SendCommandString(int n, int* tanks, double* qnts, double f, int m, i
 
 int slave::Dispense(char* frm, double f, double u, int w, int updLevels, int g2Before,
                     int g0After) try {
+  SlvCallScope call(this);
   TarvoTrace("\nQslave::Dispense( Frm=[%s], f=%.4lf, u=%.4lf, w=%d)\n", frm != nullptr ? frm : "",
              f, u, w);
   m_LevelsNotBooked = 0;
@@ -335,6 +336,7 @@ int slave::DispenseByCircuit(char* frm, int pairsPerCmd, int g2Before, int g0Aft
 
 int slave::DispDrv(char* frm, char* out, int outLen, double f, double u, int w, int updLevels,
                    int style) try {
+  SlvCallScope call(this);
   m_LevelsNotBooked = 0;
   if (out == nullptr || outLen <= 0) return 0;
   std::optional<SlvBooking> booking;

@@ -71,13 +71,28 @@ int ColourantInDispenser::Clear() {
 int ColourantInDispenser::SetDispenserThres() try {
   m_DispThres = kDefaultDispThreshold;
   if (m_Slave == nullptr) return 0;
-  Qdbase* disp = SlvDispenserRecord(m_Slave);
-  if (disp == nullptr) return 0;
-  double threshold = 0.0;
-  if (disp->ReadDouble("THRESHOLD", &threshold) && threshold > kSlvEpsilon) {
-    m_DispThres = threshold;
+  // Within one call of the library (a split of many colourants) the
+  // record is read once.
+  SlvState* state = m_Slave->m_State;
+  if (state != nullptr && state->callDepth > 0 && state->thresholdKnown) {
+    m_DispThres = state->threshold;
+    return state->thresholdResult;
   }
-  return 1;
+  int result = 0;
+  Qdbase* disp = SlvDispenserRecord(m_Slave);
+  if (disp != nullptr) {
+    double threshold = 0.0;
+    if (disp->ReadDouble("THRESHOLD", &threshold) && threshold > kSlvEpsilon) {
+      m_DispThres = threshold;
+    }
+    result = 1;
+  }
+  if (state != nullptr && state->callDepth > 0) {
+    state->thresholdKnown = true;
+    state->threshold = m_DispThres;
+    state->thresholdResult = result;
+  }
+  return result;
 } catch (...) {
   return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }

@@ -116,6 +116,7 @@ int slave::CntsToQntsWeights(int n, long* cnts, double* qnts) try {
 
 int slave::SplitFrmToTanks(char* frm, Zu_LongArray* cnts, Zu_IntArray* tanks, Zu_DoubleArray* qnts,
                            double f, double u, int w, int trace, int* convFailed) try {
+  SlvCallScope call(this);
   if (convFailed != nullptr) *convFailed = 0;
   if (m_DispId < 1 || frm == nullptr) return -1;
   Qdbase* disp = nullptr;

@@ -40,6 +40,7 @@ void slave::Dump() try {
 }
 
 void slave::DumpTanks() try {
+  SlvCallScope call(this);
   if (m_DispId < 1) return;
   TarvoTrace("\n\nTANKS INFO");
   TarvoTrace("\n Tank  Cnt        Cur        Res        Max    Thres");
@@ -57,6 +58,7 @@ void slave::DumpTanks() try {
 }
 
 void slave::DumpCntsInTanks() try {
+  SlvCallScope call(this);
   if (m_DispId < 1) return;
   CZutable colorants;
   Qdbase* table = SlvOpenColorants(this, &colorants, kSource, __LINE__);

@@ -3,6 +3,8 @@
 #define QSLAVE_SLV_INTERNAL_H
 
 #include <string>
+#include <unordered_map>
+#include <vector>
 
 #include "slave.h"
 
@@ -69,13 +71,64 @@ Value SlvFailed(Object* object, const char* source, int line, const char* functi
   return value;
 }
 
+// The level rows a driver that keeps levels answers: for type 7 one row
+// per circuit at index circuit - 1 (field empty), for the others rows with
+// the tank field of each.
+struct SlvDriverRows {
+  bool known = false;
+  std::vector<long> field;
+  std::vector<double> cur, max, res;
+};
+
 // What a slave derives from the tables besides its documented members.
 struct SlvState {
   // The tank table's Generation() when the tank map was read: a table read
   // again since (another process added, removed or packed tanks) makes the
   // map stale.
   long tankGeneration = -1;
+  // Each colourant's tanks in ascending order (colourant 0: the empty
+  // ones), made from m_TankCntId when the tank map is read, and made again
+  // whenever the array is no longer the one it was made from.
+  std::unordered_map<long, std::vector<int>> tanksOf;
+  const long* tanksOfArray = nullptr;
+  int tanksOfCount = -1;
+  // The dispenser's record in the dispenser table, found at selection, and
+  // that table's Generation() then.
+  long dispRecNo = 0;
+  long dispGeneration = -1;
+
+  // What one call of the library reads once (see SlvCallScope).
+  int callDepth = 0;
+  bool thresholdKnown = false;
+  double threshold = 0.0;   // the dispenser's THRESHOLD as SetDispenserThres took it
+  int thresholdResult = 0;  // and its answer
+  SlvDriverRows driverRows;
 };
+
+// One call of the library: the dispenser's threshold and the driver's level
+// rows are read once for all of it, and forgotten when the outermost call
+// ends. Neither changes within a call: the library tells the driver no
+// level during one (change_level with notify forgets them).
+class SlvCallScope {
+ public:
+  explicit SlvCallScope(slave* s) : state_(s->m_State) {
+    if (state_ != nullptr) ++state_->callDepth;
+  }
+  ~SlvCallScope() {
+    if (state_ == nullptr || state_->callDepth <= 0 || --state_->callDepth > 0) return;
+    state_->thresholdKnown = false;
+    state_->driverRows.known = false;
+  }
+  SlvCallScope(const SlvCallScope&) = delete;
+  SlvCallScope& operator=(const SlvCallScope&) = delete;
+
+ private:
+  SlvState* state_;
+};
+
+// The tanks of colourant cnt, ascending. Without a state of its own (no
+// memory for it) the answer is made in *scratch.
+const std::vector<int>& SlvTanksOf(slave* s, long cnt, std::vector<int>* scratch);
 
 // The process-wide tables, when open (null otherwise); no trace.
 Qdbase* SlvDispTable();

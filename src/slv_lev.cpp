@@ -65,6 +65,9 @@ int slave::change_level(int circuit, double quantity, int relative, int notify) 
   if (level < 0.0) level = 0.0;
   if (level > max) level = max;
 
+  // Telling the driver a level changes its rows: a call in progress
+  // fetches them again.
+  if (notify && m_State != nullptr) m_State->driverRows.known = false;
   if (m_Dsp != nullptr && m_Dsp->GetType(0, 0) == 7) {
     // This driver keeps the levels itself.
     if (!notify) return 1;
@@ -95,6 +98,7 @@ int slave::change_level(int circuit, double quantity, int relative, int notify) 
 }
 
 int slave::UpdateLevels(int count, int* circuits, double* quantities, double factor, int add) try {
+  SlvCallScope call(this);
   if (m_DispId < 1) {
     TarvoTrace("\n%s (%d) id == %ld", kSource, __LINE__, m_DispId);
     return 0;
@@ -185,6 +189,7 @@ int slave::UpdateLevelsByFormula(char* text) try {
 }
 
 int slave::SetLevelMax() try {
+  SlvCallScope call(this);
   if (m_DispId < 1) return 0;
   Qdbase* disp = nullptr;
   Qdbase* tanks = nullptr;
@@ -278,6 +283,7 @@ int ListColourants(slave* s, const PreparedFormula& prepared, Zu_IntArray& circu
 
 int slave::GetCircuitsUnderCriticalLevel(char* formula, double size, double baseSize, int mode,
                                          Zu_IntArray& circuits, Zu_IntArray& colourants) try {
+  SlvCallScope call(this);
   circuits.clear();
   colourants.clear();
   const PreparedFormula prepared = PrepareFormula(this, formula, size, baseSize, mode);
@@ -289,6 +295,7 @@ int slave::GetCircuitsUnderCriticalLevel(char* formula, double size, double base
 
 int slave::GetCircuitsUnderWarningLevel(char* formula, double size, double baseSize, int mode,
                                         Zu_IntArray& circuits, Zu_IntArray& colourants) try {
+  SlvCallScope call(this);
   const double factor = baseSize > 0.0 ? size / baseSize : 1.0;
   Zu_LongArray ids;
   Zu_IntArray tanks;

@@ -119,6 +119,7 @@ int BookDriverPurge(slave* s, const std::vector<int>& circuits, double quantity,
 }  // namespace
 
 int slave::Purge(double quantity, Zu_Frm* record, bool send, bool oneByOne) try {
+  SlvCallScope call(this);
   m_LevelsNotBooked = 0;
   if (m_Dsp == nullptr || RefuseQuantity(this, quantity)) return 0;
   const int type = m_Dsp->GetType(0, 0);
@@ -150,6 +151,7 @@ int slave::Purge(double quantity, Zu_Frm* record, bool send, bool oneByOne) try 
 }
 
 int slave::SelectivePurge(long* colourants, double quantity) try {
+  SlvCallScope call(this);
   m_LevelsNotBooked = 0;
   if (m_DispId < 1 || m_Dsp == nullptr || colourants == nullptr) return 0;
   if (RefuseQuantity(this, quantity)) return 0;
@@ -173,6 +175,7 @@ int slave::SelectivePurge(long* colourants, double quantity) try {
 }
 
 int slave::CanisterPurge(int circuit, double quantity) try {
+  SlvCallScope call(this);
   m_LevelsNotBooked = 0;
   if (m_DispId < 1 || m_Dsp == nullptr || RefuseQuantity(this, quantity)) return 0;
   if (m_Dsp->GetType(0, 0) == 9) {

@@ -82,7 +82,10 @@ bool SlvLoadTankMap(slave* s, Qdbase* tanks) {
   s->m_TankRecNo = nullptr;
   s->m_TankCntId = nullptr;
   s->m_NumTanks = 0;
-  if (s->m_State != nullptr) s->m_State->tankGeneration = tanks->Generation();
+  if (s->m_State != nullptr) {
+    s->m_State->tankGeneration = tanks->Generation();
+    s->m_State->tanksOfArray = nullptr;  // the arrays are made anew
+  }
   const long id = s->m_DispId;
   const int highest = HighestTank(tanks, id);
   if (highest < 1) return true;
@@ -104,6 +107,9 @@ bool SlvLoadTankMap(slave* s, Qdbase* tanks) {
     }
   }
   tanks->SelectIdx(savedIdx);
+  // Each colourant's tanks, known from the start.
+  std::vector<int> scratch;
+  SlvTanksOf(s, 0, &scratch);
   return true;
 }
 
@@ -133,6 +139,10 @@ int slave::Set(long id) try {
 
   if (id < 1) id = _slv_DefaultDispenser(disp);
   if (!_slv_SelectDispenser(disp, id)) return 0;
+  if (m_State != nullptr) {
+    m_State->dispRecNo = disp->RecNo();
+    m_State->dispGeneration = disp->Generation();
+  }
 
   memset(m_Model, 0, sizeof m_Model);
   m_DispId = id;

@@ -172,7 +172,12 @@ int slave::clean() {
   free(m_TankCntId);
   m_TankRecNo = nullptr;
   m_TankCntId = nullptr;
-  if (m_State != nullptr) *m_State = SlvState();
+  if (m_State != nullptr) {
+    // A call in progress (Write selects the dispenser again) keeps its count.
+    const int depth = m_State->callDepth;
+    *m_State = SlvState();
+    m_State->callDepth = depth;
+  }
   m_LastError = 0;
   m_SingleCircuit = 0;
   m_DataId = 0;

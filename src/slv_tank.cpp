@@ -78,27 +78,55 @@ void StoreDriverLevels(slave* s, int tank, double cur, double max, double res) {
   tanks->WriteDouble("RES_Q", res);
 }
 
-// Drivers that keep levels of their own are the reference: their figures
-// are copied into the tank's record before it is read.
-void RefreshFromDriver(slave* s, int tank) {
-  if (s->m_Dsp == nullptr) return;
+// The driver's level rows, fetched into *rows unless they are known.
+void FetchDriverRows(slave* s, SlvDriverRows* rows) {
+  if (rows->known) return;
+  rows->field.clear();
+  rows->cur.clear();
+  rows->max.clear();
+  rows->res.clear();
   if (s->m_Dsp->GetType(0, 0) == 7) {
     long count = 0;
     s->m_Dsp->GetCircuitLevelsCount(0, 0, 0, &count);
-    if (count < 1 || count > 100000 || tank - 1 >= count) return;
-    std::vector<double> cur(static_cast<size_t>(count)), max(cur.size()), res(cur.size());
-    s->m_Dsp->GetCircuitLevels(cur.data(), max.data(), res.data(), 0);
-    StoreDriverLevels(s, tank, cur[tank - 1], max[tank - 1], res[tank - 1]);
+    if (count >= 1 && count <= 100000) {
+      rows->cur.resize(static_cast<size_t>(count));
+      rows->max.resize(rows->cur.size());
+      rows->res.resize(rows->cur.size());
+      s->m_Dsp->GetCircuitLevels(rows->cur.data(), rows->max.data(), rows->res.data(), 0);
+    }
+  } else {
+    const int n = s->m_Dsp->GetTankLevels(s->m_DispId, nullptr, nullptr, nullptr, nullptr, 0);
+    if (n >= 1 && n <= 100000) {
+      rows->field.resize(static_cast<size_t>(n));
+      rows->cur.resize(rows->field.size());
+      rows->max.resize(rows->field.size());
+      rows->res.resize(rows->field.size());
+      s->m_Dsp->GetTankLevels(s->m_DispId, rows->field.data(), rows->cur.data(),
+                              rows->max.data(), rows->res.data(), 0);
+    }
+  }
+  rows->known = true;
+}
+
+// Drivers that keep levels of their own are the reference: their figures
+// are copied into the tank's record before it is read. Within one call of
+// the library the rows are fetched once (SlvCallScope).
+void RefreshFromDriver(slave* s, int tank) {
+  if (s->m_Dsp == nullptr) return;
+  SlvDriverRows once;
+  SlvDriverRows* rows = &once;
+  if (s->m_State != nullptr && s->m_State->callDepth > 0) rows = &s->m_State->driverRows;
+  FetchDriverRows(s, rows);
+  if (rows->cur.empty()) return;
+  if (rows->field.empty()) {
+    if (tank - 1 >= static_cast<int>(rows->cur.size())) return;
+    const size_t i = static_cast<size_t>(tank - 1);
+    StoreDriverLevels(s, tank, rows->cur[i], rows->max[i], rows->res[i]);
     return;
   }
-  const int rows = s->m_Dsp->GetTankLevels(s->m_DispId, nullptr, nullptr, nullptr, nullptr, 0);
-  if (rows < 1 || rows > 100000) return;
-  std::vector<long> field(static_cast<size_t>(rows));
-  std::vector<double> cur(field.size()), max(field.size()), res(field.size());
-  s->m_Dsp->GetTankLevels(s->m_DispId, field.data(), cur.data(), max.data(), res.data(), 0);
   const int wanted = s->TankToTankField(tank);
-  for (size_t i = 0; i < field.size(); ++i) {
-    if (field[i] == wanted) StoreDriverLevels(s, tank, cur[i], max[i], res[i]);
+  for (size_t i = 0; i < rows->field.size(); ++i) {
+    if (rows->field[i] == wanted) StoreDriverLevels(s, tank, rows->cur[i], rows->max[i], rows->res[i]);
   }
 }
 
@@ -127,32 +155,51 @@ void slave::CntsList(long* out) try {
   SlvNoteFailure(this, kSource, __LINE__, __func__);
 }
 
+const std::vector<int>& SlvTanksOf(slave* s, long cnt, std::vector<int>* scratch) {
+  static const std::vector<int> kNone;
+  SlvState* state = s->m_State;
+  if (s->m_TankCntId == nullptr || s->m_NumTanks < 1) return kNone;
+  if (state == nullptr) {
+    scratch->clear();
+    for (int i = 0; i < s->m_NumTanks; ++i) {
+      if (s->m_TankCntId[i] == cnt) scratch->push_back(i + 1);
+    }
+    return *scratch;
+  }
+  if (state->tanksOfArray != s->m_TankCntId || state->tanksOfCount != s->m_NumTanks) {
+    state->tanksOf.clear();
+    state->tanksOfArray = nullptr;
+    for (int i = 0; i < s->m_NumTanks; ++i) state->tanksOf[s->m_TankCntId[i]].push_back(i + 1);
+    state->tanksOfArray = s->m_TankCntId;
+    state->tanksOfCount = s->m_NumTanks;
+  }
+  const auto it = state->tanksOf.find(cnt);
+  return it == state->tanksOf.end() ? kNone : it->second;
+}
+
 // The three tank-map queries answer for any colourant id, 0 included: 0
 // marks an empty tank (or a gap in the numbering), so they count and list
 // the empty tanks. What doses or books refuses colourant 0 itself.
 int slave::CntToNumTanks(long cnt) try {
-  if (m_TankCntId == nullptr) return 0;
-  return static_cast<int>(std::count(m_TankCntId, m_TankCntId + m_NumTanks, cnt));
+  std::vector<int> scratch;
+  return static_cast<int>(SlvTanksOf(this, cnt, &scratch).size());
 } catch (...) {
   return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
 int slave::CntToTank(long cnt) try {
-  if (m_TankCntId == nullptr) return 0;
-  for (int i = 0; i < m_NumTanks; ++i) {
-    if (m_TankCntId[i] == cnt) return i + 1;
-  }
-  return 0;
+  std::vector<int> scratch;
+  const std::vector<int>& tanks = SlvTanksOf(this, cnt, &scratch);
+  return tanks.empty() ? 0 : tanks.front();
 } catch (...) {
   return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
 void slave::CntToTanks(long cnt, int max, int* out) try {
-  if (out == nullptr || m_TankCntId == nullptr) return;
-  int found = 0;
-  for (int i = 0; i < m_NumTanks && found < max; ++i) {
-    if (m_TankCntId[i] == cnt) out[found++] = i + 1;
-  }
+  if (out == nullptr) return;
+  std::vector<int> scratch;
+  const std::vector<int>& tanks = SlvTanksOf(this, cnt, &scratch);
+  for (size_t i = 0; i < tanks.size() && static_cast<int>(i) < max; ++i) out[i] = tanks[i];
 } catch (...) {
   SlvNoteFailure(this, kSource, __LINE__, __func__);
 }

@@ -71,7 +71,20 @@ Qdbase* SlvDispenserRecord(const slave* s) {
   if (s == nullptr || s->m_DispId < 1) return nullptr;
   Qdbase* disp = nullptr;
   if (!_slv_dbhandles(&disp, nullptr, nullptr)) return nullptr;
+  // The record found at selection, while it is still the dispenser's and
+  // the table has not been read again; else the search from the top.
+  SlvState* state = s->m_State;
+  long id = 0;
+  if (state != nullptr && state->dispRecNo > 0 && disp->Generation() == state->dispGeneration &&
+      disp->Go(state->dispRecNo) && !disp->IsDeleted() && disp->ReadLong("ID", &id) &&
+      id == s->m_DispId) {
+    return disp;
+  }
   if (!_slv_SelectDispenser(disp, s->m_DispId)) return nullptr;
+  if (state != nullptr) {
+    state->dispRecNo = disp->RecNo();
+    state->dispGeneration = disp->Generation();
+  }
   return disp;
 }
 

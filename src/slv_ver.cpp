@@ -54,6 +54,7 @@ int slave::VerifyFormula(char* frm, int checkWeights) try {
 }
 
 int slave::CheckLevel(char* frm, double a, double b, int c, Zu_IntArray* low) try {
+  SlvCallScope call(this);
   if (m_Dsp != nullptr && m_Dsp->GetType(0, 0) == 9) {
     // The machine judges its levels itself from the codes.
     const int len = TranslateFormulaFromCntIdToCntCode(frm, nullptr, a, b, c);

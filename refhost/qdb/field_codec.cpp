@@ -67,6 +67,43 @@ bool RightAligned(const std::string& text, int width, std::string* bytes) {
   return true;
 }
 
+// Powers of ten a double holds exactly.
+constexpr double kExactPowers[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                                   1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
+                                   1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+
+// A checked number text of at most 15 significant digits and 22 decimals:
+// its digits make an integer a double holds exactly, and one division by
+// an exact power of ten rounds it as strtod does. False for any other
+// text, which strtod then reads.
+bool FastParse(const char* s, size_t len, FieldNumber* out) {
+  size_t i = 0;
+  const bool negative = s[0] == '-';
+  if (s[0] == '-' || s[0] == '+') ++i;
+  uint64_t mantissa = 0;
+  int significant = 0;
+  int decimals = 0;
+  bool point = false;
+  for (; i < len; ++i) {
+    if (s[i] == '.') {
+      point = true;
+      continue;
+    }
+    if (mantissa != 0 || s[i] != '0') ++significant;
+    if (significant > 15) return false;
+    mantissa = mantissa * 10 + static_cast<uint64_t>(s[i] - '0');
+    if (point) ++decimals;
+  }
+  if (decimals > 22) return false;
+  double value = static_cast<double>(mantissa) / kExactPowers[decimals];
+  if (negative) value = -value;
+  out->value = value == 0.0 ? 0.0 : value;
+  out->integral = !point;
+  out->whole = negative ? -static_cast<long long>(mantissa) : static_cast<long long>(mantissa);
+  out->wholeExact = !point;
+  return true;
+}
+
 }  // namespace
 
 bool ParseNumberText(const char* s, size_t len, FieldNumber* out) {
@@ -95,6 +132,7 @@ bool ParseNumberText(const char* s, size_t len, FieldNumber* out) {
     }
   }
   if (!digits || i != e) return false;
+  if (FastParse(s + b, e - b, out)) return true;
   char text[kLongestNumber + 1];
   memcpy(text, s + b, e - b);
   text[e - b] = '\0';
@@ -163,9 +201,41 @@ bool DecodeNumber(const DbfLayout& layout, const DbfField& f, const char* record
   }
 }
 
+namespace {
+
+// The digits of a whole number m with a decimal point before its last
+// `decimals` digits ("-1.250" for -1250 and 3).
+std::string FixedDigits(long long m, int decimals) {
+  char digits[24];
+  int n = 0;
+  unsigned long long u = m < 0 ? 0ULL - static_cast<unsigned long long>(m)
+                               : static_cast<unsigned long long>(m);
+  do {
+    digits[n++] = static_cast<char>('0' + u % 10);
+    u /= 10;
+  } while (u != 0 || n <= decimals);
+  std::string text;
+  text.reserve(static_cast<size_t>(n) + 2);
+  if (m < 0) text.push_back('-');
+  for (int k = n - 1; k >= 0; --k) {
+    text.push_back(digits[k]);
+    if (k == decimals && decimals > 0) text.push_back('.');
+  }
+  return text;
+}
+
+}  // namespace
+
 std::string FormatFixed(double v, int decimals) {
   if (!isfinite(v)) return std::string();
   const double p = pow(10.0, decimals);
+  // A value that is a whole number of units of the last decimal well within
+  // a double's exact integers prints as that number's digits: what "%.*f"
+  // prints of it, without the cost.
+  const double units = RoundAway(v * p);
+  if (decimals <= 15 && fabs(units) < 1125899906842624.0) {  // 2^50
+    return FixedDigits(static_cast<long long>(units), decimals);
+  }
   if (fabs(v * p) < 4503599627370496.0) v = RoundAway(v * p) / p;
   if (v == 0.0) v = 0.0;  // no negative zero
   char buf[400];

@@ -124,13 +124,13 @@ void TraceTable(const std::string& file, const std::string& text) {
 
 int Qdbase::Impl::FindField(const char* name) const {
   if (!IsOpen() || name == nullptr) return -1;
+  // The caller's names are mostly the same texts at the same addresses: the
+  // address finds the hit, the text proves it.
+  for (const FieldHit& hit : hits) {
+    if (hit.name == name && strncmp(hit.text, name, sizeof hit.text) == 0) return hit.index;
+  }
   const size_t len = strnlen(name, sizeof hits[0].text);
   const bool cacheable = len < sizeof hits[0].text;
-  if (cacheable) {
-    for (const FieldHit& hit : hits) {
-      if (hit.name == name && memcmp(hit.text, name, len + 1) == 0) return hit.index;
-    }
-  }
   int found = -1;
   // Names equal ignoring case have first bytes equal once bit 0x20 is
   // cleared; most fields are passed over on that byte alone.
