@@ -1,6 +1,7 @@
 // The command channel to the driver, its trace, the machine's error queue,
 // the free trace function `message`, and the firmware generation.
 #include <limits.h>
+#include <pthread.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -41,19 +42,56 @@ bool IsQuery(const char* cmd) {
   return strncasecmp(cmd + 1, "M1", 2) == 0 || strncasecmp(cmd + 1, "KS", 2) == 0;
 }
 
-void Trace(const std::string& text) {
-  if (slave::Message != nullptr) {
-    slave::Message(SlvFormat("[TH_ID=%ld] %s", static_cast<long>(getpid()), text.c_str()).c_str());
+// The process id the trace lines carry, asked of the system once per
+// process (a process made by fork asks again).
+long ProcessId() {
+  static pid_t pid = 0;
+  static bool registered = false;
+  if (!registered) {
+    pthread_atfork(nullptr, nullptr, [] { pid = 0; });
+    registered = true;
   }
+  if (pid == 0) pid = getpid();
+  return static_cast<long>(pid);
+}
+
+// One trace line of the command channel, "[TH_ID=<pid>] " and the text,
+// formatted once, given to slave::Message.
+void Trace(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
+void Trace(const char* fmt, ...) {
+  if (slave::Message == nullptr) return;
+  char local[512];
+  const int head = snprintf(local, sizeof local, "[TH_ID=%ld] ", ProcessId());
+  va_list args;
+  va_start(args, fmt);
+  va_list again;
+  va_copy(again, args);
+  const int body = vsnprintf(local + head, sizeof local - static_cast<size_t>(head), fmt, args);
+  va_end(args);
+  if (body >= 0 && static_cast<size_t>(head + body) < sizeof local) {
+    va_end(again);
+    slave::Message(local);
+    return;
+  }
+  std::string text(local, static_cast<size_t>(head));
+  text.resize(static_cast<size_t>(head + (body > 0 ? body : 0)) + 1);
+  vsnprintf(&text[static_cast<size_t>(head)], text.size() - static_cast<size_t>(head), fmt, again);
+  va_end(again);
+  slave::Message(text.c_str());
 }
 
 // The trace of a command's result: "--> error" for a query without answer,
 // the code for a query, the code and its text for an action.
-std::string ResultLine(const char* cmd, int r, bool query) {
-  if (query) return r == -1 ? SlvFormat("%s --> error", cmd) : SlvFormat("%s --> %d  ", cmd, r);
-  std::string line = SlvFormat("%s --> %2d ", cmd, r);
-  if (r >= 0 && r <= 15) line += kResultText[r];
-  return line;
+// The line of a command's result: a query's raw code, an action's code
+// with its text (none for a code outside the table).
+void TraceResult(const char* cmd, int r, bool query) {
+  if (query && r == -1) {
+    Trace("%s --> error", cmd);
+  } else if (query) {
+    Trace("%s --> %d  ", cmd, r);
+  } else {
+    Trace("%s --> %2d %s", cmd, r, r >= 0 && r <= 15 ? kResultText[r] : "");
+  }
 }
 
 // Prints text as a format of its own with no arguments: "%%" becomes "%",
@@ -85,7 +123,7 @@ int slave::sendcommand(char* cmd, char* answer, int answerLen) try {
   // A command goes out even when its line cannot be written for want of
   // memory: "/G0" after a dispense must not wait for a trace.
   try {
-    Trace(cmd);
+    Trace("%s", cmd);
   } catch (...) {
   }
   if (CommTest != nullptr) CommTest(0, m_DispId);
@@ -106,7 +144,7 @@ int slave::sendcommand(char* cmd, char* answer, int answerLen) try {
     }
     if (CommTest != nullptr) CommTest(1, m_DispId);
     if (!query && r != 0) m_Dsp->ResetError(m_DispId);
-    if (Message != nullptr) Trace(ResultLine(cmd, r, query));
+    TraceResult(cmd, r, query);
   } catch (...) {
   }
   if (query) return r;

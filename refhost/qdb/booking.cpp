@@ -262,9 +262,28 @@ namespace {
 
 enum State { kFailed = 0, kOwner = 1, kJoined = 2, kDone = 3 };
 
+// Whether every given open table takes part in the active booking already
+// (the common case of a booking within a booking: nothing to add).
+bool AllIn(const qdb::ActiveBooking* active, Qdbase::Impl* const* tables) {
+  for (int i = 0; i < 3; ++i) {
+    if (tables[i] != nullptr && tables[i]->IsOpen() && !qdb::Contains(active->tables, tables[i])) {
+      return false;
+    }
+  }
+  return true;
+}
+
 }  // namespace
 
 QdbBooking::QdbBooking(Qdbase* a, Qdbase* b, Qdbase* c) : state_(kFailed) {
+  Qdbase::Impl* const given[3] = {a != nullptr ? a->impl_ : nullptr,
+                                  b != nullptr ? b->impl_ : nullptr,
+                                  c != nullptr ? c->impl_ : nullptr};
+  if (qdb::g_active != nullptr && AllIn(qdb::g_active, given)) {
+    ++qdb::g_active->joined;
+    state_ = kJoined;
+    return;
+  }
   qdb::ActiveBooking* owned = nullptr;
   try {
     std::vector<Qdbase::Impl*> tables;

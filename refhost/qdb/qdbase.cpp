@@ -181,7 +181,6 @@ qdb::StagedRecord* Qdbase::Impl::Stage(long rec) {
   if (it != booking->records.end()) return &it->second;
   qdb::StagedRecord staged;
   if (!ReadRecord(rec, &staged.image)) return nullptr;
-  staged.before = staged.image;
   staged.low = layout.recordLength;
   staged.high = 0;
   return &booking->records.emplace(rec, std::move(staged)).first->second;
@@ -194,12 +193,41 @@ const char* Qdbase::Impl::Raw() {
     return staged != nullptr ? staged->image.data() : nullptr;
   }
   if (imageRec == cur) return image.data();
+  imageNumbers.Forget();
   if (!ReadRecord(cur, &image)) {
     imageRec = 0;
     return nullptr;
   }
   imageRec = cur;
   return image.data();
+}
+
+bool Qdbase::Impl::Number(int fi, qdb::FieldNumber* out) {
+  const char* raw = nullptr;
+  qdb::DecodedNumbers* numbers = nullptr;
+  if (booking != nullptr) {
+    qdb::StagedRecord* staged = Stage(cur);
+    if (staged == nullptr) return false;
+    raw = staged->image.data();
+    numbers = &staged->numbers;
+  } else {
+    raw = Raw();
+    if (raw == nullptr) return false;
+    numbers = &imageNumbers;
+  }
+  const size_t i = static_cast<size_t>(fi);
+  if (numbers->fields.size() != layout.fields.size()) {
+    numbers->fields.assign(layout.fields.size(), qdb::DecodedNumbers::Entry());
+  }
+  qdb::DecodedNumbers::Entry& entry = numbers->fields[i];
+  if (entry.known) {
+    *out = entry.value;
+    return true;
+  }
+  if (!qdb::DecodeNumber(layout, Field(fi), raw, out)) return false;
+  entry.value = *out;
+  entry.known = true;
+  return true;
 }
 
 // --- Impl: opening and reading again --------------------------------------
@@ -416,6 +444,8 @@ int Qdbase::Impl::StoreAt(int fi, int pos, const std::string& bytes, bool numeri
     if (staged == nullptr) return 0;
     std::string& rec = staged->image;
     if (Unchanged(layout, f, rec, at, bytes, numeric)) return 1;
+    if (!staged->appended && staged->low >= staged->high) staged->before = rec;
+    staged->numbers.Forget();
     rec.replace(static_cast<size_t>(at), bytes.size(), bytes);
     Widen(staged, at, end);
     const int nullByte = ClearNull(layout, f, &rec[0]);
@@ -454,6 +484,7 @@ int Qdbase::Impl::StoreAt(int fi, int pos, const std::string& bytes, bool numeri
       } else {
         image = rec;
         imageRec = cur;
+        imageNumbers.Forget();
         bool rekeyed = false;
         for (qdb::RecordIndex& ix : indexes) {
           if (ix.reads[static_cast<size_t>(fi)]) {
@@ -736,9 +767,7 @@ namespace {
 
 bool ReadNumber(Qdbase::Impl& m, const char* field, FieldNumber* number) {
   const int fi = m.FindField(field);
-  if (fi < 0) return false;
-  const char* raw = m.Raw();
-  return raw != nullptr && qdb::DecodeNumber(m.layout, m.Field(fi), raw, number);
+  return fi >= 0 && m.Number(fi, number);
 }
 
 }  // namespace
@@ -962,6 +991,7 @@ int Qdbase::Append() try {
   m.SetCurrent(rec);
   m.image = blank;
   m.imageRec = rec;
+  m.imageNumbers.Forget();
   return 1;
 } catch (...) {
   return impl_->Failed(0);
@@ -973,6 +1003,7 @@ int Qdbase::Delete() try {
   if (m.booking != nullptr) {
     qdb::StagedRecord* staged = m.Stage(m.cur);
     if (staged == nullptr) return 0;
+    if (!staged->appended && staged->low >= staged->high) staged->before = staged->image;
     staged->image[0] = '*';
     Widen(staged, 0, 1);
     m.deleted[static_cast<size_t>(m.cur - 1)] = 1;

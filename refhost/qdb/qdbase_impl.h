@@ -9,20 +9,37 @@
 
 #include "dbf_file.h"
 #include "dbf_header.h"
+#include "field_codec.h"
 #include "host/qdbase.h"
 #include "journal.h"
 #include "record_index.h"
 
 namespace qdb {
 
+// The numbers of a record's fields as read once: a field read again gives
+// the same value without reading its text again. Forgotten when the
+// record's bytes change.
+struct DecodedNumbers {
+  struct Entry {
+    FieldNumber value;
+    bool known = false;
+  };
+  std::vector<Entry> fields;
+  void Forget() {
+    for (Entry& e : fields) e.known = false;
+  }
+};
+
 // A record changed by the booking in progress: its image as the booking
 // left it, the bytes it had when first read, and the span that changed.
 struct StagedRecord {
   std::string image;
-  std::string before;  // empty for a record the booking appended
+  std::string before;  // the bytes read, kept at the first change; empty
+                       // for a record the booking appended
   int low = 0;         // changed bytes: [low, high)
   int high = 0;
   bool appended = false;
+  DecodedNumbers numbers;  // what the image's number fields hold
 };
 
 // The bookings API's hold on a table while it takes part in one.
@@ -67,6 +84,7 @@ struct Qdbase::Impl {
   // The current record as last read (outside bookings).
   long imageRec = 0;
   std::string image;
+  qdb::DecodedNumbers imageNumbers;
 
   // Set while the table takes part in a booking.
   qdb::TableBooking* booking = nullptr;
@@ -91,6 +109,9 @@ struct Qdbase::Impl {
   bool ReadRecord(long rec, std::string* out);
   // The staged image of the current record (read first if needed).
   qdb::StagedRecord* Stage(long rec);
+  // The number in field fi of the current record, decoded once per read
+  // of the record.
+  bool Number(int fi, qdb::FieldNumber* out);
 
   // Opens the bound file; on failure *why says why.
   bool OpenFile(std::string* why);
