@@ -28,8 +28,15 @@ bool ValidEntry(const slave* s, int tank, double qnt) {
 }
 
 void AppendEntries(const slave* s, std::string* text, int n, const int* tanks, const double* qnts) {
+  char entry[400];
   for (int i = 0; i < n; ++i) {
-    if (ValidEntry(s, tanks[i], qnts[i])) *text += SlvFormat("(%d:%.3lf)", tanks[i], qnts[i]);
+    if (!ValidEntry(s, tanks[i], qnts[i])) continue;
+    const int len = snprintf(entry, sizeof entry, "(%d:%.3lf)", tanks[i], qnts[i]);
+    if (len > 0 && static_cast<size_t>(len) < sizeof entry) {
+      text->append(entry, static_cast<size_t>(len));
+    } else {
+      *text += SlvFormat("(%d:%.3lf)", tanks[i], qnts[i]);  // a quantity of hundreds of digits
+    }
   }
 }
 
@@ -113,15 +120,32 @@ void PlanPasses(slave* s, int n, int* tanks, double* qnts, double f, Passes* p) 
   }
 }
 
-// Whether the command a dispense of this tank list sends can be built
-// whole: the same passes and text, checked before any level is booked. A
+// The text of the command a dispense of this tank list sends (its passes
+// planned as the list dispense plans them), or false when it cannot be
+// built whole: checked before any level is booked, and sent as it is. A
 // refusal is traced and leaves error 15.
-bool DispenseCommandFits(slave* s, int n, int* tanks, double* qnts, double f) {
+bool DispenseCommand(slave* s, int n, int* tanks, double* qnts, double f, std::string* text) {
   Passes p;
   PlanPasses(s, n, tanks, qnts, f, &p);
-  const std::string text = CommandText(s, p.n, p.tanks, p.qnts, f, p.m, p.tanksB, p.qntsB);
+  *text = CommandText(s, p.n, p.tanks, p.qnts, f, p.m, p.tanksB, p.qntsB);
   // The text must fit the buffer, and "/D" with it the command.
-  return Fits(s, text.size(), SLV_CMD_BUFFER) && Fits(s, text.size() + 2, SLV_CMD_BUFFER);
+  return Fits(s, text->size(), SLV_CMD_BUFFER) && Fits(s, text->size() + 2, SLV_CMD_BUFFER);
+}
+
+// Sends a dispense command text (without its "/D"), which the shared
+// command buffer holds: on acceptance the purge server is told and the text
+// recorded as the last dosed formula. 0 when nothing was sent.
+int SendDispenseText(slave* s, const char* text) {
+  // "/D" and the text share one 512-byte command.
+  if (text[0] == '\0' || !Fits(s, strlen(text) + 2, SLV_CMD_BUFFER)) return 0;
+  char command[SLV_CMD_BUFFER];
+  snprintf(command, sizeof command, "/D%s", text);
+  const int result = s->sendcommand(command, nullptr, 0);
+  if (result != 0) {
+    s->UpdateDspPurgeServerAfterDispensing(command + 2);
+    s->SetLastDosedFormula(command + 2);
+  }
+  return result;
 }
 
 }  // namespace
@@ -187,17 +211,7 @@ int slave::SendCommandString(int n, int* tanks, double* qnts, double f, int m, i
                              double* qnts2) try {
   if (m_DispId < 1) return 0;
   SetLastDosedFormula(nullptr);
-  const char* text = MakeCommandString(n, tanks, qnts, f, m, tanks2, qnts2);
-  // "/D" and the text share one 512-byte command.
-  if (text[0] == '\0' || !Fits(this, strlen(text) + 2, SLV_CMD_BUFFER)) return 0;
-  char command[SLV_CMD_BUFFER];
-  snprintf(command, sizeof command, "/D%s", text);
-  const int result = sendcommand(command, nullptr, 0);
-  if (result != 0) {
-    UpdateDspPurgeServerAfterDispensing(command + 2);
-    SetLastDosedFormula(command + 2);
-  }
-  return result;
+  return SendDispenseText(this, MakeCommandString(n, tanks, qnts, f, m, tanks2, qnts2));
 } catch (...) {
   return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
@@ -226,15 +240,20 @@ int slave::Dispense(char* frm, double f, double u, int w, int updLevels, int g2B
   std::vector<double> qnts(qntList.data(), qntList.data() + n);
 
   // Every check that can refuse the command runs before any level is
-  // booked: nothing is booked for a command that is never sent.
-  if (!DispenseCommandFits(this, n, tanks.data(), qnts.data(), 1.0)) return 0;
+  // booked: nothing is booked for a command that is never sent. The
+  // command is built here once, as the list dispense of these tanks builds
+  // it (the factors are in the quantities already: factor 1).
+  std::string text;
+  if (!DispenseCommand(this, n, tanks.data(), qnts.data(), 1.0, &text)) return 0;
   // Levels go down before the command is sent and stay down if the machine
   // refuses it.
   if (booking && !SlvBookLevels(this, &*booking, n, tanks.data(), qnts.data())) m_LevelsNotBooked = 1;
   booking.reset();
   StopperCommand(this, g2Before, "/G2");
-  // The factors are in the quantities already.
-  const int result = Dispense(n, tanks.data(), qnts.data(), 1.0);
+  SetLastDosedFormula(nullptr);
+  memset(g_commandBuffer, 0, sizeof g_commandBuffer);
+  memcpy(g_commandBuffer, text.c_str(), text.size() + 1);
+  const int result = SendDispenseText(this, g_commandBuffer);
   StopperCommand(this, g0After, "/G0");
   return result;
 } catch (...) {

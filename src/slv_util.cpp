@@ -142,11 +142,9 @@ void SlvNoteFailure(ColourantInDispenser* c, const char* source, int line,
 }
 
 bool SlvReadNumber(Qdbase* table, const char* field, double* value) {
-  *value = 0.0;
-  return table->FieldNo(field) == 0 || table->ReadDouble(field, value) != 0;
+  return table->ReadDouble(field, value) != 0 || table->FieldNo(field) == 0;
 }
 
 bool SlvReadNumber(Qdbase* table, const char* field, long* value) {
-  *value = 0;
-  return table->FieldNo(field) == 0 || table->ReadLong(field, value) != 0;
+  return table->ReadLong(field, value) != 0 || table->FieldNo(field) == 0;
 }

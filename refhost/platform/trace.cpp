@@ -40,17 +40,20 @@ extern "C" void TarvoTrace(const char* fmt, ...) {
   va_start(args, fmt);
   va_list spare;
   va_copy(spare, args);
+  // Most lines fit a buffer of the stack: formatted once, there.
   std::string text;
-  char fallback[512] = "";
-  const char* message = fallback;
-  size_t length = 0;
-  try {
-    text = Format(fmt, args);
-    message = text.c_str();
-    length = text.size();
-  } catch (...) {
-    const int n = vsnprintf(fallback, sizeof fallback, fmt, spare);
-    length = n < 0 ? 0 : std::min(static_cast<size_t>(n), sizeof fallback - 1);
+  char local[512] = "";
+  const char* message = local;
+  const int n = vsnprintf(local, sizeof local, fmt, args);
+  size_t length = n < 0 ? 0 : static_cast<size_t>(n);
+  if (length >= sizeof local) {
+    try {
+      text = Format(fmt, spare);
+      message = text.c_str();
+      length = text.size();
+    } catch (...) {
+      length = sizeof local - 1;  // the leading part that fitted
+    }
   }
   va_end(spare);
   va_end(args);

@@ -105,6 +105,9 @@ bool Before(Qdbase::Impl* t, long long offset, size_t len, std::string* out, std
 // of existing records, appended records with the end-of-file mark after
 // them, and the header's date and count; each with the bytes it replaces.
 bool CollectWrites(const ActiveBooking& active, std::vector<Write>* writes, std::string* why) {
+  size_t most = 0;
+  for (const Qdbase::Impl* t : active.tables) most += t->booking->records.size() + 2;
+  writes->reserve(most);
   for (Qdbase::Impl* t : active.tables) {
     const TableBooking& state = *t->booking;
     for (const auto& entry : state.records) {
@@ -172,6 +175,7 @@ bool Prepare(ActiveBooking* active, std::vector<Write>* writes) {
     }
     if (writes->empty()) return true;
     std::vector<JournalPart> parts;
+    parts.reserve(writes->size());
     for (const Write& w : *writes) {
       parts.push_back(JournalPart{w.table->fileBase, w.table->seen.inode, w.offset, w.bytes});
     }

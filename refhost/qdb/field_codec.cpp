@@ -228,7 +228,7 @@ std::string FixedDigits(long long m, int decimals) {
 
 std::string FormatFixed(double v, int decimals) {
   if (!isfinite(v)) return std::string();
-  const double p = pow(10.0, decimals);
+  const double p = decimals >= 0 && decimals <= 22 ? kExactPowers[decimals] : pow(10.0, decimals);
   // A value that is a whole number of units of the last decimal well within
   // a double's exact integers prints as that number's digits: what "%.*f"
   // prints of it, without the cost.

@@ -117,7 +117,11 @@ std::vector<Entry> ParseEntries(const std::string& bytes, long long base) {
 }
 
 std::string BuildEntry(const std::vector<JournalPart>& parts) {
-  std::string entry(kEntryMagic, 4);
+  size_t size = 16;
+  for (const JournalPart& part : parts) size += 22 + part.file.size() + part.bytes.size();
+  std::string entry;
+  entry.reserve(size);
+  entry.assign(kEntryMagic, 4);
   PutLittle(&entry, 0, 4);  // length, filled in below
   PutLittle(&entry, parts.size(), 4);
   for (const JournalPart& part : parts) {

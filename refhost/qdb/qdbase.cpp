@@ -79,28 +79,26 @@ bool IsBlank(char c) { return c == ' ' || c == '\0'; }
 
 // The text a field holds, as ReadString gives it: stored bytes for texts,
 // dates, logicals and numbers written as text; the number's text for binary
-// numbers; nothing for a NULL field. False for memo, general, picture,
-// datetime and null-flags fields.
+// numbers (written into number, which must hold 32 bytes); nothing for a
+// NULL field. False for memo, general, picture, datetime and null-flags
+// fields.
 bool FieldText(const qdb::DbfLayout& layout, const DbfField& f, const char* raw,
-               std::string* text) {
-  if (qdb::IsNull(layout, f, raw)) {
-    text->clear();
-    return true;
-  }
+               const char** text, size_t* length, char* number) {
+  *text = raw + f.offset;
+  *length = 0;
+  if (qdb::IsNull(layout, f, raw)) return true;
   switch (f.type) {
     case 'C': case 'D': case 'L': case 'N': case 'F':
-      text->assign(raw + f.offset, static_cast<size_t>(f.width));
+      *length = static_cast<size_t>(f.width);
       return true;
     case 'I': case 'B': case 'Y': {
-      FieldNumber number;
-      if (!qdb::DecodeNumber(layout, f, raw, &number)) return false;
-      if (number.integral && number.wholeExact) {
-        *text = std::to_string(number.whole);
-      } else {
-        char buf[64];
-        snprintf(buf, sizeof buf, "%.15g", number.value);
-        *text = buf;
-      }
+      FieldNumber value;
+      if (!qdb::DecodeNumber(layout, f, raw, &value)) return false;
+      const int n = value.integral && value.wholeExact
+                        ? snprintf(number, 32, "%lld", value.whole)
+                        : snprintf(number, 32, "%.15g", value.value);
+      *text = number;
+      *length = n > 0 ? static_cast<size_t>(n) : 0;
       return true;
     }
     default:
@@ -408,12 +406,14 @@ bool Unchanged(const qdb::DbfLayout& layout, const DbfField& f, const std::strin
                const std::string& bytes, bool numeric) {
   if (qdb::IsNull(layout, f, record.data())) return false;
   if (record.compare(static_cast<size_t>(at), bytes.size(), bytes) == 0) return true;
-  if (!numeric) return false;
-  std::string changed = record;
-  changed.replace(static_cast<size_t>(at), bytes.size(), bytes);
+  if (!numeric || at != f.offset || static_cast<int>(bytes.size()) != f.width) return false;
+  // The new bytes read as the field on their own (a number is its field).
+  DbfField alone = f;
+  alone.offset = 0;
+  alone.nullBit = -1;
   FieldNumber before, after;
   return qdb::DecodeNumber(layout, f, record.data(), &before) &&
-         qdb::DecodeNumber(layout, f, changed.data(), &after) && !before.blank &&
+         qdb::DecodeNumber(layout, alone, bytes.data(), &after) && !before.blank &&
          before.value == after.value && before.integral == after.integral;
 }
 
@@ -434,7 +434,6 @@ int Qdbase::Impl::Store(int fi, const std::string& bytes, bool numeric) {
 
 int Qdbase::Impl::StoreAt(int fi, int pos, const std::string& bytes, bool numeric) {
   if (!Writable() || pos < 0 || pos + static_cast<int>(bytes.size()) > Field(fi).width) return 0;
-  const std::string name = Field(fi).name;
 
   if (booking != nullptr) {
     const DbfField& f = Field(fi);
@@ -461,6 +460,7 @@ int Qdbase::Impl::StoreAt(int fi, int pos, const std::string& bytes, bool numeri
     return 1;
   }
 
+  const std::string name = Field(fi).name;
   qdb::WriteLock lock(*this);
   if (!lock.held()) return 0;
   // The table may have been read again under the lock.
@@ -829,13 +829,17 @@ int Qdbase::ReadString(const char* field, char* buf, int size, int trimTrailing,
   const int fi = impl_->FindField(field);
   if (fi < 0) return 0;
   const char* raw = impl_->Raw();
-  std::string text;
-  if (raw == nullptr || !FieldText(impl_->layout, impl_->Field(fi), raw, &text)) return 0;
-  size_t n = std::min(text.size(), static_cast<size_t>(size) - 1);
+  const char* text = nullptr;
+  size_t length = 0;
+  char number[32];
+  if (raw == nullptr || !FieldText(impl_->layout, impl_->Field(fi), raw, &text, &length, number)) {
+    return 0;
+  }
+  size_t n = std::min(length, static_cast<size_t>(size) - 1);
   if (trimTrailing) {
     while (n > 0 && IsBlank(text[n - 1])) --n;
   }
-  memcpy(buf, text.data(), n);
+  memcpy(buf, text, n);
   buf[n] = '\0';
   if (zeroFill) memset(buf + n, 0, static_cast<size_t>(size) - n);
   return 1;
@@ -847,9 +851,12 @@ int Qdbase::TextLength(const char* field) try {
   const int fi = impl_->FindField(field);
   if (fi < 0) return -1;
   const char* raw = impl_->Raw();
-  std::string text;
-  if (raw == nullptr || !FieldText(impl_->layout, impl_->Field(fi), raw, &text)) return -1;
-  size_t n = text.size();
+  const char* text = nullptr;
+  size_t n = 0;
+  char number[32];
+  if (raw == nullptr || !FieldText(impl_->layout, impl_->Field(fi), raw, &text, &n, number)) {
+    return -1;
+  }
   while (n > 0 && IsBlank(text[n - 1])) --n;
   return static_cast<int>(n);
 } catch (...) {
