@@ -15,7 +15,8 @@ QSLAVE = os.environ.get("QSLAVE_CLI", "")
 HOST_VARIABLES = ("QSLAVE_DATA", "QSLAVE_SIM", "QSLAVE_TRACE", "DSPDEBUG",
                   "DEBUG_NO_CLEAR")
 
-SYNOPSIS = "qslave [--data DIR] [--id N] [--trace] [--purge-server HOST:PORT]"
+SYNOPSIS = ("qslave [--data DIR] [--id N] [--trace] [--json] [--purge-server HOST:PORT] "
+            "[--purge-timeout SECONDS]")
 
 
 class Result:

@@ -58,7 +58,7 @@ int RunCheck(const Invocation& invocation) {
   std::string error;
   std::vector<FormulaComponent> components;
   if (!ReadFormula(text, &components, &error)) return args.UsageFailure(error);
-  std::unique_ptr<slave> s = OpenDispenser(invocation.options, &error);
+  std::shared_ptr<slave> s = OpenDispenser(invocation.options, &error);
   if (!s) return Fail(error);
   // The verdict and the warning list are asked for the same size.
   const double factor = size / base;

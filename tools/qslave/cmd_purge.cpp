@@ -94,7 +94,7 @@ int RunPurge(const Invocation& invocation) {
     return args.UsageFailure(error);
   }
 
-  std::unique_ptr<slave> s = OpenDispenser(invocation.options, &error);
+  std::shared_ptr<slave> s = OpenDispenser(invocation.options, &error);
   if (!s) return Fail(error);
   std::vector<int> circuits;
   if (one_circuit) {

@@ -116,7 +116,7 @@ int RunReport(const Invocation& invocation) {
   std::vector<ReplyGroup> groups;
   if (!ReadReply(reply, &groups, &error)) return UsageError(error, help);
 
-  std::unique_ptr<slave> s = OpenDispenser(invocation.options, &error);
+  std::shared_ptr<slave> s = OpenDispenser(invocation.options, &error);
   if (!s) return Fail(error);
   for (const ReplyGroup& g : groups) {
     if (g.circuit < 1 || g.circuit > s->m_NumTanks || !s->TankAvail(static_cast<int>(g.circuit))) {

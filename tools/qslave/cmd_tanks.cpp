@@ -9,6 +9,7 @@
 #include "command_args.h"
 #include "commands.h"
 #include "dispenser_session.h"
+#include "json_output.h"
 #include "levels.h"
 #include "output_file.h"
 #include "report.h"
@@ -88,6 +89,56 @@ void PrintTankReport(const std::vector<TankRow>& rows, const ColourantTable& nam
   }
 }
 
+Json TankRowsJson(const std::vector<TankRow>& rows, const ColourantTable& names) {
+  Json out = Json::array();
+  for (const TankRow& row : rows) {
+    const CircuitLevel& l = row.level;
+    Json item = Json::object();
+    item["circuit"] = l.circuit;
+    item["record"] = row.has_record;
+    item["colourant"] = l.colourant != 0 ? Json(l.colourant) : Json(nullptr);
+    item["code"] = names.Code(l.colourant);
+    item["current"] = LevelValue(l.known, l.current);
+    item["reserve"] = LevelValue(l.known, l.reserve);
+    item["maximum"] = LevelValue(l.known, l.maximum);
+    item["threshold"] = row.threshold;
+    item["sim"] = row.sim != 0;
+    item["susp"] = row.susp != 0;
+    item["shares_reservoir_of"] = row.master != 0 ? Json(row.master) : Json(nullptr);
+    out.push_back(item);
+  }
+  return out;
+}
+
+const char* KindName(int kind) {
+  switch (kind) {
+    case 1: return "single";
+    case 2: return "independent";
+    case 3: return "linked";
+    default: return "inconsistent";
+  }
+}
+
+Json DistributionJson(slave& s, const ColourantTable& names) {
+  Json out = Json::array();
+  const int count = s.NumCnts();
+  std::vector<long> colourants(count + 1, 0);
+  if (count > 0) s.CntsList(colourants.data());
+  for (int i = 0; i < count; ++i) {
+    const long id = colourants[i];
+    const int n = s.CntToNumTanks(id);
+    std::vector<int> tanks(n > 0 ? n : 1);
+    if (n > 0) s.CntToTanks(id, n, tanks.data());
+    tanks.resize(n > 0 ? n : 0);
+    out.push_back(Json{{"colourant", id},
+                       {"code", names.Code(id)},
+                       {"description", names.Description(id)},
+                       {"tanks", tanks},
+                       {"kind", KindName(s.CntToTypeCircuitNoTh(id))}});
+  }
+  return out;
+}
+
 const char* KindText(int kind) {
   switch (kind) {
     case 1: return "";
@@ -137,7 +188,7 @@ int RunTanks(const Invocation& invocation) {
   }
   if (args.Has("--force") && !args.Has("--svg")) return args.UsageFailure("--force goes with --svg");
   std::string error;
-  std::unique_ptr<slave> s = OpenDispenser(invocation.options, &error);
+  std::shared_ptr<slave> s = OpenDispenser(invocation.options, &error);
   if (!s) return Fail(error);
   const ColourantTable names(s->m_DataId);
   const std::vector<TankRow> rows = ReadTanks(*s);
@@ -154,6 +205,13 @@ int RunTanks(const Invocation& invocation) {
       return Fail(error);
     }
     written = path;
+  }
+  if (JsonOutput()) {
+    Json& doc = Document();
+    doc["circuits"] = TankRowsJson(rows, names);
+    doc["colourants"] = DistributionJson(*s, names);
+    doc["chart"] = written.empty() ? Json(nullptr) : Json(written);
+    return kExitOk;
   }
   PrintTankReport(rows, names);
   printf("\n");

@@ -1,7 +1,15 @@
-// Where the library's trace goes while the tool runs. With --trace every
-// trace message (TarvoTrace, and through it slave::Message's command
-// lines) is written to standard error, one message per line; without it the
-// messages are dropped, so that the tool's own output stays readable.
+// Where the library's trace goes while the tool runs.
+//  - With --trace every trace message (TarvoTrace, and through it
+//    slave::Message's command lines) is written to standard error, one
+//    message per line.
+//  - When QSLAVE_TRACE names a file, every message is appended to it, as
+//    the reference host does for any program.
+//  - The simulated dispenser's complaints about its rules file (a file
+//    that cannot be read, a malformed line) reach standard error always:
+//    without them a mistyped rules file silently gives a healthy machine.
+//    With --json they are listed in the document's "warnings" as well.
+// Other messages are dropped, so that the tool's own output stays
+// readable.
 #ifndef QSLAVE_CLI_TRACE_SINK_H
 #define QSLAVE_CLI_TRACE_SINK_H
 
