@@ -54,19 +54,28 @@ const Command kCommands[] = {
      "made for the size S from a formula written for the size B (both 1\n"
      "by default; give both or neither). Prints the verdict (2 enough,\n"
      "1 at reserve, 0 not enough), the circuits the formula draws from\n"
-     "with what each would keep, then the circuits the formula takes to\n"
-     "their warning level and the colourants that cannot be served at\n"
-     "all (critical), with their circuits. Changes nothing. --weights:\n"
-     "the quantities are weights.\n",
+     "with what each would keep (left) and the level at which the verdict\n"
+     "changes (2x reserve: what is left must reach it for \"enough\", and\n"
+     "the reserve for \"at reserve\"), the colourants that cannot be served\n"
+     "with what their tanks hold above the reserve, then the circuits the\n"
+     "formula takes to their warning level and the colourants that cannot\n"
+     "be served at all (critical), with their circuits. Changes nothing.\n"
+     "--weights: the quantities are weights.\n"
+     "\n"
+     "The exit status follows the verdict: 0 enough, 3 at reserve, 4 not\n"
+     "enough (1 and 2 as below).\n",
      RunCheck},
-    {"purge", "[--qty Q] [--circuit N | --colorant ID[,ID...]] [--dry-run] [--one-by-one]",
+    {"purge",
+     "[--qty Q] [--circuit N | --colorant ID[,ID...]] [--dry-run | --book-only] [--one-by-one]",
      "purge circuits and book the purged quantities",
      "Purges Q (default 1.0) from every circuit that holds colourant, or\n"
      "from the one circuit N, or from the circuits of the colourants ID\n"
      "(a comma list). Prints the commands sent, what was purged and the\n"
      "levels before and after.\n"
      "\n"
-     "  --dry-run     send no command, but book the purge on the levels\n"
+     "  --dry-run     change nothing: show the commands the purge would send\n"
+     "                and the levels it would leave\n"
+     "  --book-only   send no command, but book the purge on the levels\n"
      "                (a purge done by hand); all circuits only\n"
      "  --one-by-one  one circuit per command; all circuits only\n",
      RunPurge},
