@@ -79,6 +79,25 @@ const Command kCommands[] = {
      "                (a purge done by hand); all circuits only\n"
      "  --one-by-one  one circuit per command; all circuits only\n",
      RunPurge},
+    {"delivered", "FORMULA [--factor F] [--unit U] [--weights] [--not-booked] [--yes]",
+     "ask what a dispense delivered and book the difference",
+     "After an interrupted or failed dispense of FORMULA (colourant ids,\n"
+     "with the same --factor, --unit and --weights as the dispense), asks\n"
+     "the machine what each circuit delivered (the dispensed-quantity\n"
+     "query /O), shows it against the request, and asks whether to book\n"
+     "the difference on the levels (--yes: book without asking).\n"
+     "\n"
+     "The library lowers the levels by the whole request before it sends\n"
+     "a dispense, so by default what was not delivered is given back (and\n"
+     "what was delivered beyond the request taken away).\n"
+     "  --not-booked  the dispense was not booked (dispense --no-levels):\n"
+     "                take away what was delivered instead\n",
+     RunDelivered},
+    {"errors", "[--clear]", "read the machine's error queue",
+     "Prints how many entries the machine's error queue holds and each\n"
+     "entry's code and text, oldest first. Reading changes nothing; with\n"
+     "--clear the queue is emptied once it has been shown.\n",
+     RunErrors},
     {"fill", "[--circuit N] [--qty Q]",
      "book a refill: circuits to their maximum, or Q added",
      "Without options sets every circuit to its maximum level. With\n"
@@ -90,9 +109,12 @@ const Command kCommands[] = {
      "read the machine's dispensed-quantity reply",
      "Reads a reply to a dispensed-quantity query, groups of\n"
      "(CIRCUIT:REQUESTED:DISPENSED), e.g. \"(3:10.000:10.000)(7:5.000:2.125)\",\n"
-     "and prints per circuit what was requested, dispensed and remains,\n"
-     "then the colourant summaries the library gives (colourant,value,\n"
-     "...): remaining, dispensed and total requested.\n",
+     "and prints per circuit what was requested, dispensed, what remains\n"
+     "(never below 0) and what was given beyond the request (over), then\n"
+     "per colourant the library's sums: requested, dispensed, remaining.\n"
+     "A circuit given 0.001 or more beyond its request is left out of its\n"
+     "colourant's sums, and a note says so; one given less than 0.001\n"
+     "more counts as given what was asked.\n",
      RunReport},
     {"shelf", "CAN",
      "show a can's record and run the shelf moves for it",
