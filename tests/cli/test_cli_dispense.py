@@ -101,7 +101,7 @@ class Dispense(SampleTest):
 
     def test_help(self):
         self.assertHelp("dispense", "FORMULA [--factor F] [--unit U] [--weights] "
-                        "[--no-levels] [--g2] [--g0]")
+                        "[--no-levels] [--g2] [--g0] [--split] [--force]")
 
 
 class DispenseRefuses(SampleTest):

@@ -30,7 +30,9 @@ const Command kCommands[] = {
      "its text). Exits with 0 when the command succeeded: an action that\n"
      "was done, or a query that was answered.\n",
      RunSend},
-    {"dispense", "FORMULA [--factor F] [--unit U] [--weights] [--no-levels] [--g2] [--g0]",
+    {"dispense",
+     "FORMULA [--factor F] [--unit U] [--weights] [--no-levels] [--g2] [--g0] [--split] "
+     "[--force]",
      "dispense a formula given in colourant ids",
      "Dispenses FORMULA, written in colourant ids as (ID:QUANTITY)...,\n"
      "e.g. \"(3:10.000)(5:2.500)\". Every quantity is multiplied by the\n"
@@ -41,12 +43,21 @@ const Command kCommands[] = {
      "  --no-levels  leave the tank levels as they are\n"
      "  --g2, --g0   send /G2 before and /G0 after the dispense (only a\n"
      "               dispenser with a stopper sends them)\n"
+     "  --split      a formula too long for one command is sent in parts\n"
+     "               that each fit, each booked as it is sent; a part the\n"
+     "               machine refuses stops the parts after it\n"
+     "  --force      dispense even though the door is open\n"
+     "\n"
+     "A dispenser with the door option is asked for its status first: with\n"
+     "the door open (or no answer) the dispense stops, unless --force.\n"
      "\n"
      "Prints the commands the machine received, the level of every\n"
      "circuit the formula draws from, before and after, and the result.\n"
      "A formula that is malformed, names a colourant in no tank, has a\n"
-     "negative quantity or would not fit one command is refused before\n"
-     "anything is sent or booked.\n",
+     "negative quantity or would not fit one command (without --split) is\n"
+     "refused before anything is sent or booked. A dispense the machine\n"
+     "took whose levels could not be booked ends with \"levels not\n"
+     "booked\" and exit status 1.\n",
      RunDispense},
     {"check", "FORMULA [--size S --base B] [--weights]",
      "tell whether the tanks hold enough for a formula",
