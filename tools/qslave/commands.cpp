@@ -144,6 +144,21 @@ const Command kCommands[] = {
      "current level, with marks at the reserve and the threshold. An\n"
      "existing FILE is only replaced with --force.\n",
      RunTanks},
+    {"shell", "", "run commands on the dispenser one after another",
+     "Selects the dispenser once and reads commands, one per line, as on\n"
+     "the command line without \"qslave\" and the options that choose the\n"
+     "tables and the dispenser (--data, --id, --purge-server and\n"
+     "--purge-timeout are given to the shell itself). A line may add\n"
+     "--json or --trace. 'help' lists the commands, 'help COMMAND'\n"
+     "explains one, 'quit' or the end of the input ends the shell.\n"
+     "Words are split as a shell splits them; quotes are needed only\n"
+     "for blanks.\n"
+     "\n"
+     "On a terminal the shell prompts with \"qslave> \" and keeps a history\n"
+     "(arrow keys; saved in ~/.qslave_history). Otherwise it reads a\n"
+     "script from standard input, without prompts, and exits with the\n"
+     "status of the last command it ran.\n",
+     RunShell},
     {nullptr, nullptr, nullptr, nullptr, nullptr},
 };
 

@@ -60,11 +60,16 @@ std::string DocumentName(const ParsedCommandLine& line) {
   return line.command;
 }
 
+// The shell prints a document for each of its lines, not one of its own.
+bool PrintsItsOwnDocuments(const ParsedCommandLine& line) {
+  return line.command == "shell" || line.command == "serve";
+}
+
 }  // namespace
 
 int RunParsedLine(const ParsedCommandLine& line) {
   // Help stays text: it is read by people, never by scripts.
-  const bool json = line.options.json && !line.options.help;
+  const bool json = line.options.json && !line.options.help && !PrintsItsOwnDocuments(line);
   SetJsonOutput(json);
   StartDocument(DocumentName(line));
   const int status = RunCommand(line);
