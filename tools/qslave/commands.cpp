@@ -159,6 +159,22 @@ const Command kCommands[] = {
      "script from standard input, without prompts, and exits with the\n"
      "status of the last command it ran.\n",
      RunShell},
+    {"serve", "[--listen HOST:PORT]", "keep the levels in view on a web page",
+     "Serves a page that shows the dispenser's tanks as the level chart and\n"
+     "a table, with the critical (below the reserve), warning (below twice\n"
+     "the reserve) and low (below a quarter of the maximum) circuits\n"
+     "marked. The page follows the tables: a level changed by a dispense,\n"
+     "a purge or a fill appears within about a second, without reloading.\n"
+     "\n"
+     "  /             the page\n"
+     "  /levels.json  the same data as JSON\n"
+     "  /levels.svg   the level chart\n"
+     "\n"
+     "Listens on 127.0.0.1:8080 unless --listen says otherwise (port 0:\n"
+     "any free port; the address is printed). Read-only: the tables are\n"
+     "opened for reading only and nothing is sent to the machine. Runs\n"
+     "until interrupted (Ctrl-C, SIGTERM).\n",
+     RunServe},
     {nullptr, nullptr, nullptr, nullptr, nullptr},
 };
 
