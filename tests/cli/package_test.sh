@@ -70,7 +70,8 @@ for lib in libqslave.so.0 libqdb.so libcdispenser.so libzutable-small.so libqdsp
     fail "the unpacked qslave loads $lib from \"$path\", not from the package"
 done
 "$qslave" init "$work/shop" >/dev/null || fail "the unpacked qslave init failed"
-"$qslave" --data "$work/shop" info | head -n 1 | grep -qx "dispenser:    1" ||
+"$qslave" --data "$work/shop" info >"$work/info.out" || fail "the unpacked qslave info failed"
+head -n 1 "$work/info.out" | grep -qx "dispenser:    1" ||
   fail "the unpacked qslave info printed something else"
 "$qslave" --data "$work/shop" --json check "(3:10)" >"$work/check.json" ||
   fail "the unpacked qslave check failed"
