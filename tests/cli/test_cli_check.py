@@ -56,9 +56,9 @@ class Check(SampleTest):
                             "      -          1  W01     cannot be served: 2600.000 available above the reserve\n"
                             "low:      none\n"
                             "warning:  none\n"
-                            "critical: circuit 10, colourant 8 O08\n"
-                            "critical: circuit 1, colourant 1 W01\n"
-                            "critical: circuit 2, colourant 1 W01\n")
+                            "critical: circuit 10, colourant 8 O08, 550.000 available above the reserve\n"
+                            "critical: circuit 1, colourant 1 W01, 2600.000 available above the reserve\n"
+                            "critical: circuit 2, colourant 1 W01, 2600.000 available above the reserve\n")
         self.assertEqual(read_levels(self.data), SAMPLE_LEVELS)
 
     def test_size_and_base_scale_the_formula(self):
@@ -71,7 +71,7 @@ class Check(SampleTest):
                             "      -          8  O08     cannot be served: 550.000 available above the reserve\n"
                             "low:      none\n"
                             "warning:  none\n"
-                            "critical: circuit 10, colourant 8 O08\n")
+                            "critical: circuit 10, colourant 8 O08, 550.000 available above the reserve\n")
 
     def test_weights(self):
         # 1700 g of oxide yellow are 1000 cm3: 200 left, above the reserve
@@ -95,7 +95,7 @@ class Check(SampleTest):
                           "twice_reserve": 300.0}],
             "unserved": [{"colourant": 8, "code": "O08", "available": 550.0}],
             "low": [], "warning": [],
-            "critical": [{"circuit": 10, "colourant": 8, "code": "O08"}]})
+            "critical": [{"circuit": 10, "colourant": 8, "code": "O08", "available": 550.0}]})
 
     def test_json_enough_is_ok(self):
         import json

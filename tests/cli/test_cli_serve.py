@@ -107,6 +107,36 @@ class ServeRefuses(SampleTest):
         self.assertFails(run(["--data", missing, "serve", "--listen", "127.0.0.1:0"]), 1,
                          "data directory %s does not exist" % missing)
 
+    def test_json_document_when_listening(self):
+        import select
+        import signal
+        import subprocess
+        from cli_support import QSLAVE, clean_environment
+        process = subprocess.Popen([QSLAVE, "--data", self.data, "--json", "serve", "--listen",
+                                    "127.0.0.1:0"], stdout=subprocess.PIPE, text=True,
+                                   env=clean_environment())
+        try:
+            text = ""
+            while not text.endswith("}\n"):
+                ready, _, _ = select.select([process.stdout], [], [], 20)
+                self.assertTrue(ready, "no document from qslave --json serve: %r" % text)
+                text += process.stdout.readline()
+            document = json.loads(text)
+            self.assertEqual(list(document), ["command", "ok", "exit_status", "url"])
+            self.assertEqual(document["command"], "serve")
+            self.assertRegex(document["url"], r"\Ahttp://127\.0\.0\.1:\d+/\Z")
+        finally:
+            process.send_signal(signal.SIGTERM)
+            rest = process.communicate(timeout=20)[0]
+        self.assertEqual((process.returncode, rest), (0, ""))
+
+    def test_json_document_of_a_refusal(self):
+        missing = self.path("nowhere")
+        result = run(["--data", missing, "--json", "serve", "--listen", "127.0.0.1:0"])
+        self.assertEqual(result.rc, 1)
+        self.assertEqual(json.loads(result.out)["error"]["message"],
+                         "data directory %s does not exist" % missing)
+
     def test_help_names_the_default_address(self):
         result = run(["serve", "--help"])
         self.assertIn("Listens on 127.0.0.1:8080 unless --listen says otherwise", result.out)

@@ -71,6 +71,20 @@ void PrintCircuitList(const char* label, const ColourantTable& names, Zu_IntArra
   }
 }
 
+// The critical circuits with what their colourant has above its reserve.
+void PrintCriticalList(slave& s, const ColourantTable& names, Zu_IntArray& circuits,
+                       Zu_IntArray& colourants) {
+  if (circuits.size() == 0) {
+    printf("%-9s none\n", "critical:");
+    return;
+  }
+  for (int i = 0; i < circuits.size(); ++i) {
+    printf("%-9s circuit %d, colourant %d %s, %.3f available above the reserve\n", "critical:",
+           circuits[i], colourants[i], names.Code(colourants[i]).c_str(),
+           AvailableAboveReserve(s, colourants[i]));
+  }
+}
+
 }  // namespace
 
 int RunCheck(const Invocation& invocation) {
@@ -157,7 +171,9 @@ int RunCheck(const Invocation& invocation) {
   doc["unserved"] = unserved_json;
   doc["low"] = CircuitListJson(names, low, low_colourants);
   doc["warning"] = CircuitListJson(names, warning_circuits, warning_colourants);
-  doc["critical"] = CircuitListJson(names, critical_circuits, critical_colourants);
+  Json critical = CircuitListJson(names, critical_circuits, critical_colourants);
+  for (Json& row : critical) row["available"] = AvailableAboveReserve(*s, row["colourant"]);
+  doc["critical"] = critical;
   if (JsonOutput()) return VerdictExitStatus(verdict);
 
   printf("formula:  %s\n", text.c_str());
@@ -180,6 +196,6 @@ int RunCheck(const Invocation& invocation) {
   }
   PrintCircuitList("low:", names, low, low_colourants);
   PrintCircuitList("warning:", names, warning_circuits, warning_colourants);
-  PrintCircuitList("critical:", names, critical_circuits, critical_colourants);
+  PrintCriticalList(*s, names, critical_circuits, critical_colourants);
   return VerdictExitStatus(verdict);
 }

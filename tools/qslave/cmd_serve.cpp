@@ -15,6 +15,7 @@
 #include "command_args.h"
 #include "commands.h"
 #include "host/qdbase.h"
+#include "json_output.h"
 #include "levels_snapshot.h"
 #include "numbers.h"
 #include "report.h"
@@ -125,13 +126,23 @@ int RunServe(const Invocation& invocation) {
     return Fail("cannot listen on " + listen + " (in use, or not an address of this machine)");
   }
   const bool v6 = address.host.find(':') != std::string::npos;
-  printf("serving the levels on http://%s%s%s:%d/ (Ctrl-C stops)\n", v6 ? "[" : "",
-         address.host.c_str(), v6 ? "]" : "", port);
+  const std::string url = "http://" + std::string(v6 ? "[" : "") + address.host +
+                          (v6 ? "]" : "") + ":" + std::to_string(port) + "/";
+  if (JsonOutput()) {
+    // The document comes as soon as the server listens: a script learns
+    // the address (port 0 picks one) without waiting for the end.
+    Document()["url"] = url;
+    PrintDocument(kExitOk);
+  } else {
+    printf("serving the levels on %s (Ctrl-C stops)\n", url.c_str());
+  }
   fflush(stdout);
   std::thread stopper = StopOnSignal(server, signals);
   const bool served = server.listen_after_bind();
   // A server that ended by itself leaves the signal thread waiting.
   if (!served) pthread_kill(stopper.native_handle(), SIGTERM);
   stopper.join();
-  return served ? kExitOk : Fail("the server stopped with an error");
+  if (served) return kExitOk;
+  // With --json the document went out already; the error line says it.
+  return Fail("the server stopped with an error");
 }

@@ -62,7 +62,7 @@ std::string DocumentName(const ParsedCommandLine& line) {
 
 // The shell prints a document for each of its lines, not one of its own.
 bool PrintsItsOwnDocuments(const ParsedCommandLine& line) {
-  return line.command == "shell" || line.command == "serve";
+  return line.command == "shell";
 }
 
 }  // namespace
@@ -73,7 +73,7 @@ int RunParsedLine(const ParsedCommandLine& line) {
   SetJsonOutput(json);
   StartDocument(DocumentName(line));
   const int status = RunCommand(line);
-  if (json) PrintDocument(status);
+  if (json && !DocumentPrinted()) PrintDocument(status);
   SetJsonOutput(false);
   return status;
 }

@@ -7,6 +7,7 @@
 namespace {
 
 bool g_json = false;
+bool g_printed = false;
 Json g_document = Json::object();
 
 }  // namespace
@@ -15,6 +16,7 @@ void SetJsonOutput(bool on) { g_json = on; }
 bool JsonOutput() { return g_json; }
 
 void StartDocument(const std::string& name) {
+  g_printed = false;
   g_document = Json::object();
   g_document["command"] = name;
 }
@@ -55,4 +57,7 @@ void PrintDocument(int exit_status) {
   fputs((JsonText(printed) + "\n").c_str(), stdout);
   fflush(stdout);
   g_document = Json::object();
+  g_printed = true;
 }
+
+bool DocumentPrinted() { return g_printed; }

@@ -22,6 +22,9 @@ void StartDocument(const std::string& name);
 Json& Document();
 // Prints the document (ok, exit_status and the error added) and forgets it.
 void PrintDocument(int exit_status);
+// Whether the running command printed its document itself (serve does, as
+// soon as it listens); the tool then prints none at its end.
+bool DocumentPrinted();
 
 // Records the failure for the document: the message, whether it was a
 // wrong command line, and, when the library kept one, its last error code
