@@ -1,6 +1,7 @@
 """qslave serve: the levels as JSON and SVG, its page, and what it refuses:
 only its own paths, only reading, 127.0.0.1 by default."""
 import json
+import os
 import sys
 import unittest
 
@@ -113,14 +114,16 @@ class ServeRefuses(SampleTest):
         import subprocess
         from cli_support import QSLAVE, clean_environment
         process = subprocess.Popen([QSLAVE, "--data", self.data, "--json", "serve", "--listen",
-                                    "127.0.0.1:0"], stdout=subprocess.PIPE, text=True,
-                                   env=clean_environment())
+                                    "127.0.0.1:0"], stdout=subprocess.PIPE,
+                                   stderr=subprocess.DEVNULL, env=clean_environment())
         try:
-            text = ""
-            while not text.endswith("}\n"):
+            text = b""
+            while not text.endswith(b"}\n"):
                 ready, _, _ = select.select([process.stdout], [], [], 20)
                 self.assertTrue(ready, "no document from qslave --json serve: %r" % text)
-                text += process.stdout.readline()
+                chunk = os.read(process.stdout.fileno(), 4096)
+                self.assertTrue(chunk, "qslave --json serve ended: %r" % text)
+                text += chunk
             document = json.loads(text)
             self.assertEqual(list(document), ["command", "ok", "exit_status", "url"])
             self.assertEqual(document["command"], "serve")
@@ -128,7 +131,7 @@ class ServeRefuses(SampleTest):
         finally:
             process.send_signal(signal.SIGTERM)
             rest = process.communicate(timeout=20)[0]
-        self.assertEqual((process.returncode, rest), (0, ""))
+        self.assertEqual((process.returncode, rest), (0, b""))
 
     def test_json_document_of_a_refusal(self):
         missing = self.path("nowhere")

@@ -6,6 +6,8 @@
 #include <signal.h>
 #include <stdio.h>
 
+#include <atomic>
+#include <chrono>
 #include <climits>
 #include <string>
 #include <thread>
@@ -78,11 +80,17 @@ void Route(httplib::Server& server, LevelsSnapshot& levels) {
 }
 
 // SIGINT and SIGTERM stop the server from a thread of their own, where
-// stopping it is safe (a signal handler may not).
-std::thread StopOnSignal(httplib::Server& server, sigset_t signals) {
-  return std::thread([&server, signals]() {
+// stopping it is safe (a signal handler may not). A stop asked for before
+// the server runs would be lost: the server would then start and run on,
+// so the thread waits until it runs (or has ended).
+std::thread StopOnSignal(httplib::Server& server, sigset_t signals,
+                         const std::atomic<bool>& ended) {
+  return std::thread([&server, signals, &ended]() {
     int received = 0;
     sigwait(&signals, &received);
+    while (!ended && !server.is_running()) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
     server.stop();
   });
 }
@@ -137,10 +145,12 @@ int RunServe(const Invocation& invocation) {
     printf("serving the levels on %s (Ctrl-C stops)\n", url.c_str());
   }
   fflush(stdout);
-  std::thread stopper = StopOnSignal(server, signals);
+  std::atomic<bool> ended(false);
+  std::thread stopper = StopOnSignal(server, signals, ended);
   const bool served = server.listen_after_bind();
-  // A server that ended by itself leaves the signal thread waiting.
-  if (!served) pthread_kill(stopper.native_handle(), SIGTERM);
+  ended = true;
+  // Wakes the signal thread if no signal came: the server ended by itself.
+  pthread_kill(stopper.native_handle(), SIGTERM);
   stopper.join();
   if (served) return kExitOk;
   // With --json the document went out already; the error line says it.
