@@ -17,6 +17,7 @@ packages=(
   libreadline-dev       # line editing and history in qslave shell
   chromium fonts-dejavu-core python3-websocket  # the page test drives headless chromium
   dpkg-dev file         # cpack -G DEB and the package test (dpkg -x)
+  man-db                # the manual page test reads qslave.1 with man
 )
 
 missing=()

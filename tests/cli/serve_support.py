@@ -16,8 +16,9 @@ BOUND = 20.0
 
 class Server:
     def __init__(self, data, *options, env=None):
+        listen = [] if "--listen" in options else ["--listen", "127.0.0.1:0"]
         self.process = subprocess.Popen(
-            [QSLAVE, "--data", data, "serve", "--listen", "127.0.0.1:0"] + list(options),
+            [QSLAVE, "--data", data, "serve"] + listen + list(options),
             stdout=subprocess.PIPE, stderr=subprocess.PIPE, env=clean_environment(env),
             text=True)
         ready, _, _ = select.select([self.process.stdout], [], [], BOUND)
