@@ -133,6 +133,21 @@ class ServeRefuses(SampleTest):
             rest = process.communicate(timeout=20)[0]
         self.assertEqual((process.returncode, rest), (0, b""))
 
+    def test_sends_no_command_to_the_machine(self):
+        # Every command goes through the library's command channel, which
+        # traces it; the trace file gets none while the page is read.
+        trace = self.path("trace.log")
+        server = Server(self.data, env={"QSLAVE_TRACE": trace})
+        try:
+            for path in ("/", "/levels.json", "/levels.svg"):
+                self.assertEqual(server.get(path)[0], 200)
+            run(["--data", self.data, "fill", "--circuit", "5", "--qty", "1"])
+            self.assertEqual(server.levels()["circuits"][4]["current"], 1201.0)
+        finally:
+            self.assertEqual(server.stop(), 0)
+        text = open(trace).read() if os.path.exists(trace) else ""
+        self.assertNotIn("[TH_ID=", text)
+
     def test_json_document_of_a_refusal(self):
         missing = self.path("nowhere")
         result = run(["--data", missing, "--json", "serve", "--listen", "127.0.0.1:0"])

@@ -172,7 +172,7 @@ const Command kCommands[] = {
      "\n"
      "Listens on 127.0.0.1:8080 unless --listen says otherwise (port 0:\n"
      "any free port; the address is printed). Read-only: the tables are\n"
-     "opened for reading only and nothing is sent to the machine. Runs\n"
+     "opened for reading only and no command is sent to the machine. Runs\n"
      "until interrupted (Ctrl-C, SIGTERM).\n",
      RunServe},
     {nullptr, nullptr, nullptr, nullptr, nullptr},
