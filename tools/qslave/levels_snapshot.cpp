@@ -81,7 +81,7 @@ LevelsView LevelsSnapshot::Current() {
   const std::string stamps = TableStamps();
   if (stamps != stamps_) {
     // The simulator's complaints about its rules were shown at the start.
-    TraceCapture quiet;
+    QuietSimulatorComplaints quiet;
     std::string error;
     // A table caught halfway through a write is read again next time.
     if (Read(&error)) stamps_ = stamps;

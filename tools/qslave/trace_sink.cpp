@@ -11,6 +11,7 @@
 namespace {
 
 bool g_show = false;
+bool g_quiet_complaints = false;
 std::string g_captured;
 
 // The library begins each message with a line end instead of ending it
@@ -41,7 +42,7 @@ bool IsSimulatorComplaint(const std::string& line) {
 void Sink(const char* text) {
   AppendToTraceFile(text);
   const std::string line = AsLine(text);
-  const bool complaint = IsSimulatorComplaint(line);
+  const bool complaint = IsSimulatorComplaint(line) && !g_quiet_complaints;
   if (complaint && JsonOutput()) {
     Document()["warnings"].push_back(line.substr(0, line.size() - 1));
   }
@@ -59,6 +60,10 @@ void InstallTraceSink(bool show) {
   g_show = show;
   TarvoTraceSetHook(Sink);
 }
+
+QuietSimulatorComplaints::QuietSimulatorComplaints() { g_quiet_complaints = true; }
+
+QuietSimulatorComplaints::~QuietSimulatorComplaints() { g_quiet_complaints = false; }
 
 TraceCapture::TraceCapture() {
   g_captured.clear();

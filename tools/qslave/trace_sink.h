@@ -17,6 +17,17 @@
 
 void InstallTraceSink(bool show);
 
+// While one lives, the simulator's complaints are not shown again (for a
+// program that creates drivers over and over, as serve does); everything
+// else goes where it always goes.
+class QuietSimulatorComplaints {
+ public:
+  QuietSimulatorComplaints();
+  ~QuietSimulatorComplaints();
+  QuietSimulatorComplaints(const QuietSimulatorComplaints&) = delete;
+  QuietSimulatorComplaints& operator=(const QuietSimulatorComplaints&) = delete;
+};
+
 // While one lives, every trace message is collected instead (the library's
 // reports, slave::Dump and its kin, are written to the trace). Text() is
 // the messages joined, as the library wrote them. On destruction the sink
