@@ -90,6 +90,17 @@ std::shared_ptr<slave> OpenDispenser(const GlobalOptions& options,
   if (g_held) return g_held;
   TableFiles files;
   if (!FindTables(&files, error)) return nullptr;
+  // A table that is no dBase table is named before the library opens the
+  // others: the library, finding the tank table unreadable, keeps the
+  // cistern table open until the program ends.
+  if (!Opens(files.dir, "disps", 0, nullptr, nullptr)) {
+    *error = "cannot open the dispenser table " + files.disps;
+    return nullptr;
+  }
+  if (!Opens(files.dir, "tanks", 0, nullptr, nullptr)) {
+    *error = "cannot open the tank table " + files.tanks;
+    return nullptr;
+  }
   std::shared_ptr<slave> s(new slave(options.dispenser_id));
   if (s->m_DispId < 1 || s->m_Dsp == nullptr) {
     *error = Diagnose(*s, options, files);
