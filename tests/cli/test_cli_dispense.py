@@ -269,6 +269,13 @@ class DispenseDoor(SampleTest):
         self.assertIn("command:   /D(5:10.000)\n", result.out)
         self.assertEqual(read_levels(self.data)[5], 1190.0)
 
+    def test_force_warning_in_the_json_document(self):
+        import json
+        result = self.qslave("--json", "dispense", "(3:10)", "--force", rules=self.DOOR_OPEN)
+        self.assertEqual(result.rc, 0)
+        self.assertEqual(json.loads(result.out)["warnings"],
+                         ["the door of dispenser 1 is open; dispensed all the same (--force)"])
+
     def test_no_door_option_no_check(self):
         update_records(self.data, "disps", lambda r: True,
                        options="00000100000000000000000000000000")

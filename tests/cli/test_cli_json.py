@@ -2,6 +2,7 @@
 when it fails; parsed here with Python's json module and checked field by
 field."""
 import json
+import os
 import sys
 import unittest
 
@@ -95,6 +96,12 @@ class JsonDocuments(SampleTest):
             "colourant": 1, "code": "W01", "description": "Titanium white",
             "tanks": [1, 2], "kind": "linked"})
         self.assertIsNone(document["chart"])
+
+    def test_tanks_with_a_chart(self):
+        chart = self.path("levels.svg")
+        document = self.document("tanks", "--svg", chart)
+        self.assertEqual(document["chart"], chart)
+        self.assertTrue(os.path.exists(chart))
 
     def test_usage_error_is_a_document_too(self):
         result = self.qslave("purge", "--qty", "x", "--json")

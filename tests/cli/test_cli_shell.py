@@ -58,8 +58,10 @@ class ShellFromAPipe(SampleTest):
         self.assertEqual(result.rc, 1)
 
     def test_quit_ends_the_script(self):
-        result = self.shell("quit\nstatus\n")
-        self.assertEqual((result.rc, result.out, result.err), (0, "", ""))
+        for word in ("quit", "exit"):
+            with self.subTest(word=word):
+                result = self.shell(word + "\nstatus\n")
+                self.assertEqual((result.rc, result.out, result.err), (0, "", ""))
 
     def test_json_lines(self):
         result = self.shell("status --json\nfill --circuit 5 --json\n")
