@@ -12,6 +12,12 @@ packages=(
   python3-dbf python3-dbfread   # an independent dBase implementation for interop tests
   clang libclang-rt-14-dev llvm # fuzz targets and sanitizer builds
   valgrind
+  nlohmann-json3-dev    # the tool's --json documents
+  libcpp-httplib-dev    # the HTTP server of qslave serve
+  libreadline-dev       # line editing and history in qslave shell
+  chromium fonts-dejavu-core python3-websocket  # the page test drives headless chromium
+  dpkg-dev file         # cpack -G DEB and the package test (dpkg -x)
+  man-db                # the manual page test reads qslave.1 with man
 )
 
 missing=()

@@ -22,5 +22,7 @@ cmake -S . -B "$build" \
 cmake --build "$build" -j"$jobs"
 # The install tests build a host program against the installed libraries
 # with the plain compiler flags; sanitized libraries cannot be loaded into a
-# program without the sanitizer runtime, so they only run in normal builds.
-ctest --test-dir "$build" -j"$jobs" --output-on-failure -E '^install\.'
+# program without the sanitizer runtime, so they (and the package test,
+# which does the same with the unpacked packages, and the demo, which
+# installs the tool) only run in normal builds.
+ctest --test-dir "$build" -j"$jobs" --output-on-failure -E '^(install|package|demo)\.'

@@ -15,7 +15,8 @@ QSLAVE = os.environ.get("QSLAVE_CLI", "")
 HOST_VARIABLES = ("QSLAVE_DATA", "QSLAVE_SIM", "QSLAVE_TRACE", "DSPDEBUG",
                   "DEBUG_NO_CLEAR")
 
-SYNOPSIS = "qslave [--data DIR] [--id N] [--trace] [--purge-server HOST:PORT]"
+SYNOPSIS = ("qslave [--data DIR] [--id N] [--trace] [--json] [--purge-server HOST:PORT] "
+            "[--purge-timeout SECONDS]")
 
 
 class Result:
@@ -25,12 +26,19 @@ class Result:
         self.err = completed.stderr
 
 
-def run(args, env=None, cwd=None):
-    """Runs qslave with args; env adds variables to the clean environment."""
+def clean_environment(env=None):
+    """The caller's environment without the reference host's variables,
+    with env added."""
     clean = {k: v for k, v in os.environ.items() if k not in HOST_VARIABLES}
     clean.update(env or {})
-    completed = subprocess.run([QSLAVE] + list(args), env=clean, cwd=cwd,
-                               capture_output=True, text=True, timeout=60)
+    return clean
+
+
+def run(args, env=None, cwd=None, input=""):
+    """Runs qslave with args; env adds variables to the clean environment;
+    input is its standard input."""
+    completed = subprocess.run([QSLAVE] + list(args), env=clean_environment(env), cwd=cwd,
+                               capture_output=True, text=True, timeout=60, input=input)
     return Result(completed)
 
 
@@ -197,9 +205,9 @@ class SampleTest(CliTest):
         super().setUp()
         self.data = self.init_tables()
 
-    def qslave(self, *args, rules=None):
+    def qslave(self, *args, rules=None, input=""):
         env = {"QSLAVE_SIM": self.rules(rules)} if rules is not None else None
-        return run(["--data", self.data] + list(args), env=env)
+        return run(["--data", self.data] + list(args), env=env, input=input)
 
     def assertSucceeds(self, result, out):
         self.assertEqual(result.err, "")

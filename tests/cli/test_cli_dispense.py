@@ -101,7 +101,7 @@ class Dispense(SampleTest):
 
     def test_help(self):
         self.assertHelp("dispense", "FORMULA [--factor F] [--unit U] [--weights] "
-                        "[--no-levels] [--g2] [--g0]")
+                        "[--no-levels] [--g2] [--g0] [--split] [--force]")
 
 
 class DispenseRefuses(SampleTest):
@@ -156,7 +156,7 @@ class DispenseRefuses(SampleTest):
         self.assertRefusedUnchanged(
             ["dispense", "(3:1)" * 60], 1,
             "the dispense command for this formula would not fit the 511 "
-            "characters of a command; dispense it in parts")
+            "characters of a command; dispense it in parts (--split)")
 
     def test_formula_too_long(self):
         self.assertRefusedUnchanged(
@@ -190,6 +190,140 @@ class DispenseRefuses(SampleTest):
     def test_missing_tables(self):
         self.assertFails(self.qslave("--id", "7", "dispense", "(3:1)"), 1,
                          "no dispenser 7 in %s/disps.dbf" % self.data)
+
+
+class DispenseInParts(SampleTest):
+    def test_split_sends_parts_that_fit_each_booked(self):
+        # 60 times 1 of oxide yellow (circuit 5): "/D" and 60 groups of
+        # "(5:1.000)" are 542 characters; 56 groups fill 506 of the 511.
+        result = self.qslave("dispense", "(3:1)" * 60, "--split")
+        self.assertEqual((result.rc, result.err), (0, ""))
+        commands = [l for l in result.out.splitlines() if l.startswith("command:")]
+        self.assertEqual(commands, ["command:   /D" + "(5:1.000)" * 56,
+                                    "command:   /D" + "(5:1.000)" * 4])
+        self.assertTrue(result.out.endswith(
+            HEADER +
+            "      5          3  Y03         60.000    1200.000    1140.000\n"
+            "parts:     2 of 2 sent\n"
+            "result:    1 (done)\n"), result.out)
+        self.assertEqual(read_levels(self.data)[5], 1140.0)
+
+    def test_a_refused_part_stops_the_rest(self):
+        # The second part is refused: the first stays booked and sent, the
+        # second was booked before it was sent (as the library books every
+        # dispense), nothing after it is sent.
+        rules = "/D(5:1.000)(5:1.000)(5:1.000)(5:1.000) 4\n"
+        result = self.qslave("dispense", "(3:1)" * 60, "--split", rules=rules)
+        self.assertEqual(result.rc, 1)
+        self.assertIn("parts:     1 of 2 sent\nresult:    0 (failed)\n", result.out)
+        self.assertEqual(result.err,
+                         "qslave: part 2 of 2 failed with code 4 (ERROR : command refused); "
+                         "the parts after it were not sent; its levels were lowered all the "
+                         "same\n")
+        self.assertEqual(read_levels(self.data)[5], 1140.0)
+
+    def test_split_of_a_formula_that_fits_sends_one_command(self):
+        result = self.qslave("dispense", "(3:10)", "--split")
+        self.assertEqual((result.rc, result.err), (0, ""))
+        self.assertIn("command:   /D(5:10.000)\n", result.out)
+        self.assertNotIn("parts:", result.out)
+
+    def test_split_refuses_g2_and_g0(self):
+        self.assertRefusedUnchanged(
+            ["dispense", "(3:1)", "--split", "--g2"], 2,
+            "--split sends plain parts; it does not go with --g2 or --g0 "
+            "(see qslave dispense --help)")
+
+    def test_json_of_a_split(self):
+        import json
+        result = self.qslave("--json", "dispense", "(3:1)" * 60, "--split")
+        document = json.loads(result.out)
+        self.assertEqual(document["parts"], 2)
+        self.assertEqual(document["parts_sent"], 2)
+        self.assertEqual(len(document["commands"]), 2)
+
+
+class DispenseDoor(SampleTest):
+    # The sample dispenser has the door option (option 4); status 70 is
+    # the idle word without "door closed" (128).
+    DOOR_OPEN = "/! 70\n"
+
+    def test_open_door_stops_the_dispense(self):
+        self.assertRefusedUnchanged(
+            ["dispense", "(3:10)"], 1,
+            "the door of dispenser 1 is open; close it and dispense again, or give --force",
+            rules=self.DOOR_OPEN)
+
+    def test_no_status_answer_stops_the_dispense(self):
+        self.assertRefusedUnchanged(
+            ["dispense", "(3:10)"], 1,
+            "no answer from dispenser 1 to the status query /!: the door cannot be checked; "
+            "close it and dispense again, or give --force",
+            rules="/! -1\n")
+
+    def test_force_dispenses_with_a_warning(self):
+        result = self.qslave("dispense", "(3:10)", "--force", rules=self.DOOR_OPEN)
+        self.assertEqual(result.rc, 0)
+        self.assertEqual(result.err, "qslave: warning: the door of dispenser 1 is open; "
+                                     "dispensing all the same (--force)\n")
+        self.assertIn("command:   /D(5:10.000)\n", result.out)
+        self.assertEqual(read_levels(self.data)[5], 1190.0)
+
+    def test_force_warning_in_the_json_document(self):
+        import json
+        result = self.qslave("--json", "dispense", "(3:10)", "--force", rules=self.DOOR_OPEN)
+        self.assertEqual(result.rc, 0)
+        self.assertEqual(json.loads(result.out)["warnings"],
+                         ["the door of dispenser 1 is open; dispensed all the same (--force)"])
+
+    def test_no_door_option_no_check(self):
+        update_records(self.data, "disps", lambda r: True,
+                       options="00000100000000000000000000000000")
+        result = self.qslave("dispense", "(3:10)", rules=self.DOOR_OPEN)
+        self.assertEqual((result.rc, result.err), (0, ""))
+        self.assertIn("command:   /D(5:10.000)\n", result.out)
+
+
+class DispenseJson(SampleTest):
+    def test_document(self):
+        import json
+        result = self.qslave("dispense", "(3:10.000)(1:120.000)", "--json")
+        self.assertEqual((result.rc, result.err), (0, ""))
+        self.assertEqual(json.loads(result.out), {
+            "command": "dispense", "ok": True, "exit_status": 0,
+            "formula": "(3:10.000)(1:120.000)",
+            "commands": ["/D(5:10.000)(1:60.000)(2:60.000)"],
+            "circuits": [
+                {"circuit": 5, "colourant": 3, "code": "Y03", "quantity": 10.0,
+                 "before": 1200.0, "after": 1190.0},
+                {"circuit": 1, "colourant": 1, "code": "W01", "quantity": 60.0,
+                 "before": 3000.0, "after": 2880.0},
+                {"circuit": 2, "colourant": 1, "code": "W01", "quantity": 60.0,
+                 "before": 3000.0, "after": 2880.0}],
+            "result": 1, "done": True, "levels_booked": True})
+
+    def test_failure_document_carries_the_last_error(self):
+        import json
+        result = self.qslave("--json", "dispense", "(3:10)", rules="/D* 5\n")
+        self.assertEqual(result.rc, 1)
+        document = json.loads(result.out)
+        self.assertEqual(document["ok"], False)
+        self.assertEqual(document["result"], 0)
+        self.assertEqual(document["error"], {
+            "message": "the dispense failed with code 5 (ERROR : process timeout elapsed); "
+                       "the levels were lowered all the same",
+            "usage": False, "last_error": 5,
+            "last_error_text": "ERROR : process timeout elapsed"})
+
+    def test_refusal_document(self):
+        import json
+        result = self.qslave("dispense", "(42:1)", "--json")
+        self.assertEqual(result.rc, 1)
+        self.assertEqual(json.loads(result.out), {
+            "command": "dispense", "ok": False, "exit_status": 1,
+            "formula": "(42:1)",
+            "error": {"message": "colourant 42 is in no tank of dispenser 1 (error 19)",
+                      "usage": False}})
 
 
 if __name__ == "__main__":

@@ -6,9 +6,13 @@ import unittest
 from cli_support import CliTest, run
 
 SYNOPSES = [
-    "dispense FORMULA [--factor F] [--unit U] [--weights] [--no-levels] [--g2] [--g0]",
+    "dispense FORMULA [--factor F] [--unit U] [--weights] [--no-levels] [--g2] [--g0] "
+    "[--split] [--force]",
     "check FORMULA [--size S --base B] [--weights]",
-    "purge [--qty Q] [--circuit N | --colorant ID[,ID...]] [--dry-run] [--one-by-one]",
+    "purge [--qty Q] [--circuit N | --colorant ID[,ID...]] [--dry-run | --book-only] "
+    "[--one-by-one]",
+    "delivered FORMULA [--factor F] [--unit U] [--weights] [--not-booked] [--yes]",
+    "errors [--clear]",
     "fill [--circuit N] [--qty Q]",
     "report REPLY",
     "shelf CAN",

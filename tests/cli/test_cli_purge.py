@@ -4,7 +4,7 @@ import sys
 import unittest
 
 from cli_support import (SAMPLE_LEVELS, SampleTest, read_cistern_level,
-                         read_levels, update_records)
+                         read_levels, table_bytes, update_records)
 
 HEADER = "circuit  colourant  code        before       after\n"
 
@@ -51,8 +51,8 @@ class Purge(SampleTest):
         self.assertEqual(commands, ["command:  /D(%d:0.250)" % c for c in range(1, 13)])
         self.assertEqual(read_levels(self.data), every_level_less(0.25))
 
-    def test_dry_run_sends_nothing_but_books_the_purge(self):
-        result = self.qslave("purge", "--dry-run", "--qty", "0.5")
+    def test_book_only_sends_nothing_but_books_the_purge(self):
+        result = self.qslave("purge", "--book-only", "--qty", "0.5")
         self.assertEqual(result.rc, 0, result.err)
         self.assertTrue(result.out.startswith(
             "quantity: 0.500\n"
@@ -113,7 +113,87 @@ class Purge(SampleTest):
 
     def test_help(self):
         self.assertHelp("purge", "[--qty Q] [--circuit N | --colorant ID[,ID...]] "
-                        "[--dry-run] [--one-by-one]")
+                        "[--dry-run | --book-only] [--one-by-one]")
+
+
+class PurgeDryRun(SampleTest):
+    """--dry-run changes nothing and shows what the purge would send and
+    the levels it would leave: the same as the real purge then does."""
+
+    def compare_with_the_real_purge(self, *args, rules=None):
+        before = table_bytes(self.data)
+        dry = self.qslave("purge", "--dry-run", *args, rules=rules)
+        self.assertEqual((dry.rc, dry.err), (0, ""))
+        self.assertEqual(table_bytes(self.data), before)
+        self.assertEqual(dry.out.splitlines()[1],
+                         "dry run:  nothing was sent or booked; the library's own purge "
+                         "would send and book this")
+        self.assertTrue(dry.out.endswith(
+            "note:     a driver that purges by itself gets one purge call instead\n"))
+        real = self.qslave("purge", *args, rules=rules)
+        self.assertEqual((real.rc, real.err), (0, ""))
+
+        def commands(out):
+            return [l for l in out.splitlines() if l.startswith("command:")]
+
+        def table(out):
+            lines = out.splitlines()
+            start = lines.index(HEADER.rstrip("\n"))
+            return [l for l in lines[start:] if l[:7].strip().isdigit() or l == lines[start]]
+
+        self.assertEqual(commands(dry.out), commands(real.out))
+        self.assertEqual(table(dry.out), table(real.out))
+        return dry
+
+    def test_all_circuits(self):
+        dry = self.compare_with_the_real_purge("--qty", "0.5")
+        self.assertIn("      1          1  W01       3000.000    2999.000\n", dry.out)
+        self.assertEqual(read_levels(self.data), every_level_less(0.5))
+
+    def test_one_by_one(self):
+        self.compare_with_the_real_purge("--one-by-one", "--qty", "2")
+
+    def test_one_circuit(self):
+        self.compare_with_the_real_purge("--circuit", "2", "--qty", "3")
+
+    def test_colourants(self):
+        self.compare_with_the_real_purge("--colorant", "1,8")
+
+    def test_stopper_flag_adds_g2_and_g0(self):
+        update_records(self.data, "disps", lambda r: True,
+                       options="00011100000000000000000000000000")
+        dry = self.compare_with_the_real_purge("--colorant", "3")
+        self.assertIn("command:  /G2\ncommand:  /D(5:1.000)\ncommand:  /G0\n", dry.out)
+
+    def test_level_stops_at_zero(self):
+        update_records(self.data, "tanks", lambda r: r["tank"] == 6, cur_q=0.5)
+        dry = self.compare_with_the_real_purge("--circuit", "6")
+        self.assertIn("      6          4  R04          0.500       0.000\n", dry.out)
+
+    def test_json(self):
+        import json
+        result = self.qslave("--json", "purge", "--dry-run", "--circuit", "5")
+        self.assertEqual(json.loads(result.out), {
+            "command": "purge", "ok": True, "exit_status": 0, "quantity": 1.0,
+            "dry_run": True, "commands": ["/D(5:1.000)"], "books": True,
+            "circuits": [{"circuit": 5, "colourant": 3, "code": "Y03", "before": 1200.0,
+                          "after": 1199.0}]})
+
+
+class PurgeJson(SampleTest):
+    def test_failure_carries_the_last_error(self):
+        import json
+        result = self.qslave("purge", "--circuit", "6", "--json", rules="/D* 4\n")
+        self.assertEqual(result.rc, 1)
+        document = json.loads(result.out)
+        self.assertEqual(document["commands"], ["/D(6:1.000)"])
+        self.assertEqual(document["circuits"], [
+            {"circuit": 6, "colourant": 4, "code": "R04", "before": 900.0, "after": 899.0}])
+        self.assertEqual((document["result"], document["done"]), (0, False))
+        self.assertEqual(document["error"], {
+            "message": "the purge failed with code 4 (ERROR : command refused); "
+                       "the levels were booked all the same",
+            "usage": False, "last_error": 4, "last_error_text": "ERROR : command refused"})
 
 
 class PurgeRefuses(SampleTest):
@@ -170,8 +250,10 @@ class PurgeRefuses(SampleTest):
         cases = [
             (["purge", "--circuit", "5", "--colorant", "3"],
              "give --circuit or --colorant, not both"),
-            (["purge", "--circuit", "5", "--dry-run"],
-             "--dry-run is for a purge of all circuits only"),
+            (["purge", "--circuit", "5", "--book-only"],
+             "--book-only is for a purge of all circuits only"),
+            (["purge", "--dry-run", "--book-only"],
+             "give --dry-run or --book-only, not both"),
             (["purge", "--colorant", "3", "--one-by-one"],
              "--one-by-one is for a purge of all circuits only"),
             (["purge", "5"], 'unexpected argument "5" for purge'),

@@ -5,7 +5,8 @@ import unittest
 
 from cli_support import SampleTest, table_bytes
 
-HEADER = "circuit  colourant  code     requested   dispensed   remaining\n"
+HEADER = "circuit  colourant  code     requested   dispensed   remaining        over\n"
+SUMS = "\ncolourant  code     requested   dispensed   remaining\n"
 
 
 class Report(SampleTest):
@@ -13,25 +14,49 @@ class Report(SampleTest):
         # Circuit 3 holds black (2), circuit 7 phthalo blue (5).
         self.assertSucceeds(self.qslave("report", "(3:10.000:10.000)(7:5.000:2.125)"),
                             "reply:      (3:10.000:10.000)(7:5.000:2.125)\n" + HEADER +
-                            "      3          2  BK2         10.000      10.000       0.000\n"
-                            "      7          5  B05          5.000       2.125       2.875\n"
-                            "remaining:  2,0.000000,5,2.875000,\n"
-                            "dispensed:  2,10.000000,5,2.125000,\n"
-                            "total:      2,10.000000,5,5.000000,\n")
+                            "      3          2  BK2         10.000      10.000       0.000       0.000\n"
+                            "      7          5  B05          5.000       2.125       2.875       0.000\n"
+                            + SUMS +
+                            "        2  BK2         10.000      10.000       0.000\n"
+                            "        5  B05          5.000       2.125       2.875\n")
 
     def test_circuits_of_one_colourant_are_summed(self):
         # Circuits 3 and 4 both hold black; a group that was given more
         # than asked by 0.001 or more is left out of the sums, one within
-        # 0.001 counts as asked.
+        # 0.001 counts as asked. What remains is never shown below 0: what
+        # was given beyond the request is "over".
         self.assertSucceeds(self.qslave("report", "(3:4:4)(4:6:5) (5:2:2.5)(6:2:2.0005)"),
                             "reply:      (3:4:4)(4:6:5) (5:2:2.5)(6:2:2.0005)\n" + HEADER +
-                            "      3          2  BK2          4.000       4.000       0.000\n"
-                            "      4          2  BK2          6.000       5.000       1.000\n"
-                            "      5          3  Y03          2.000       2.500      -0.500\n"
-                            "      6          4  R04          2.000       2.001      -0.001\n"
-                            "remaining:  2,1.000000,3,0.000000,4,0.000000,\n"
-                            "dispensed:  2,9.000000,3,0.000000,4,2.000000,\n"
-                            "total:      2,10.000000,3,0.000000,4,2.000000,\n")
+                            "      3          2  BK2          4.000       4.000       0.000       0.000\n"
+                            "      4          2  BK2          6.000       5.000       1.000       0.000\n"
+                            "      5          3  Y03          2.000       2.500       0.000       0.500\n"
+                            "      6          4  R04          2.000       2.001       0.000       0.001\n"
+                            + SUMS +
+                            "        2  BK2         10.000       9.000       1.000\n"
+                            "        3  Y03          0.000       0.000       0.000\n"
+                            "        4  R04          2.000       2.000       0.000\n"
+                            "note:       circuit 5 got 0.500 more than requested: left out of "
+                            "the sums of colourant 3\n")
+
+    def test_json(self):
+        import json
+        result = self.qslave("--json", "report", "(7:5:2.125)(5:2:2.5)")
+        self.assertEqual((result.rc, result.err), (0, ""))
+        self.assertEqual(json.loads(result.out), {
+            "command": "report", "ok": True, "exit_status": 0,
+            "reply": "(7:5:2.125)(5:2:2.5)",
+            "circuits": [
+                {"circuit": 7, "colourant": 5, "code": "B05", "requested": 5.0,
+                 "dispensed": 2.125, "remaining": 2.875, "over": 0.0, "counted": True},
+                {"circuit": 5, "colourant": 3, "code": "Y03", "requested": 2.0,
+                 "dispensed": 2.5, "remaining": 0.0, "over": 0.5, "counted": False}],
+            "colourants": [
+                {"colourant": 5, "code": "B05", "requested": 5.0, "dispensed": 2.125,
+                 "remaining": 2.875},
+                {"colourant": 3, "code": "Y03", "requested": 0.0, "dispensed": 0.0,
+                 "remaining": 0.0}],
+            "notes": ["circuit 5 got 0.500 more than requested: left out of the sums of "
+                      "colourant 3"]})
 
     def test_changes_nothing(self):
         before = table_bytes(self.data)

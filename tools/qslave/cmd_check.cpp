@@ -10,10 +10,45 @@
 #include "commands.h"
 #include "dispenser_session.h"
 #include "formula_input.h"
+#include "json_output.h"
 #include "levels.h"
 #include "report.h"
 
 namespace {
+
+// Exit statuses that follow the verdict, beyond the tool's 1 and 2.
+const int kExitAtReserve = 3;
+const int kExitNotEnough = 4;
+
+int VerdictExitStatus(int verdict) {
+  if (verdict >= 2) return kExitOk;
+  return verdict == 1 ? kExitAtReserve : kExitNotEnough;
+}
+
+// What the colourant's tanks hold above their reserves; a linked group's
+// reservoir counted once (its secondary tanks carry no quantities).
+double AvailableAboveReserve(slave& s, long colourant) {
+  ColourantInDispenser tanks(&s);
+  if (!tanks.Read(colourant)) return 0.0;
+  double available = 0.0;
+  for (int k = 0; k < tanks.m_NumTanks; ++k) {
+    const CtInDspTank& tank = tanks.m_Tanks[k];
+    if (tank.max_q == -1.0) continue;
+    if (tank.cur_q > tank.res_q) available += tank.cur_q - tank.res_q;
+  }
+  return available;
+}
+
+Json CircuitListJson(const ColourantTable& names, Zu_IntArray& circuits,
+                     Zu_IntArray& colourants) {
+  Json list = Json::array();
+  for (int i = 0; i < circuits.size(); ++i) {
+    list.push_back(Json{{"circuit", circuits[i]},
+                        {"colourant", colourants[i]},
+                        {"code", names.Code(colourants[i])}});
+  }
+  return list;
+}
 
 const char* VerdictText(int verdict) {
   switch (verdict) {
@@ -33,6 +68,20 @@ void PrintCircuitList(const char* label, const ColourantTable& names, Zu_IntArra
   for (int i = 0; i < circuits.size(); ++i) {
     printf("%-9s circuit %d, colourant %d %s\n", label, circuits[i], colourants[i],
            names.Code(colourants[i]).c_str());
+  }
+}
+
+// The critical circuits with what their colourant has above its reserve.
+void PrintCriticalList(slave& s, const ColourantTable& names, Zu_IntArray& circuits,
+                       Zu_IntArray& colourants) {
+  if (circuits.size() == 0) {
+    printf("%-9s none\n", "critical:");
+    return;
+  }
+  for (int i = 0; i < circuits.size(); ++i) {
+    printf("%-9s circuit %d, colourant %d %s, %.3f available above the reserve\n", "critical:",
+           circuits[i], colourants[i], names.Code(colourants[i]).c_str(),
+           AvailableAboveReserve(s, colourants[i]));
   }
 }
 
@@ -58,7 +107,7 @@ int RunCheck(const Invocation& invocation) {
   std::string error;
   std::vector<FormulaComponent> components;
   if (!ReadFormula(text, &components, &error)) return args.UsageFailure(error);
-  std::unique_ptr<slave> s = OpenDispenser(invocation.options, &error);
+  std::shared_ptr<slave> s = OpenDispenser(invocation.options, &error);
   if (!s) return Fail(error);
   // The verdict and the warning list are asked for the same size.
   const double factor = size / base;
@@ -87,23 +136,6 @@ int RunCheck(const Invocation& invocation) {
   s->GetCircuitsUnderCriticalLevel(frm.data(), size, base, weights ? 1 : 0, critical_circuits,
                                    critical_colourants);
 
-  printf("formula:  %s\n", text.c_str());
-  if (size != 1.0 || base != 1.0) printf("size:     %g of %g\n", size, base);
-  printf("verdict:  %d (%s)\n", verdict, VerdictText(verdict));
-  printf("%7s  %9s  %-6s  %10s  %10s  %10s  %10s\n", "circuit", "colourant", "code", "quantity",
-         "current", "reserve", "left");
-  for (const SplitRow& row : rows) {
-    const CircuitLevel level = ReadLevel(*s, row.circuit);
-    printf("%7d  %9ld  %-6s  %10.3f  %10s  %10s  %10s\n", row.circuit, row.colourant,
-           names.Code(row.colourant).c_str(), row.quantity,
-           LevelText(level.known, level.current).c_str(),
-           LevelText(level.known, level.reserve).c_str(),
-           LevelText(level.known, level.current - row.quantity).c_str());
-  }
-  for (long colourant : unserved) {
-    printf("%7s  %9ld  %-6s  cannot be served by its tanks\n", "-", colourant,
-           names.Code(colourant).c_str());
-  }
   Zu_IntArray low_colourants;
   for (int i = 0; i < low.size(); ++i) {
     const int circuit = low[i];
@@ -111,8 +143,59 @@ int RunCheck(const Invocation& invocation) {
                               ? static_cast<int>(s->m_TankCntId[circuit - 1])
                               : 0);
   }
+  Json& doc = Document();
+  doc["formula"] = text;
+  doc["size"] = size;
+  doc["base"] = base;
+  doc["verdict"] = verdict;
+  doc["verdict_text"] = VerdictText(verdict);
+  Json rows_json = Json::array();
+  for (const SplitRow& row : rows) {
+    const CircuitLevel level = ReadLevel(*s, row.circuit);
+    rows_json.push_back(Json{{"circuit", row.circuit},
+                             {"colourant", row.colourant},
+                             {"code", names.Code(row.colourant)},
+                             {"quantity", row.quantity},
+                             {"current", LevelValue(level.known, level.current)},
+                             {"reserve", LevelValue(level.known, level.reserve)},
+                             {"left", LevelValue(level.known, level.current - row.quantity)},
+                             {"twice_reserve", LevelValue(level.known, 2 * level.reserve)}});
+  }
+  doc["circuits"] = rows_json;
+  Json unserved_json = Json::array();
+  for (long colourant : unserved) {
+    unserved_json.push_back(Json{{"colourant", colourant},
+                                 {"code", names.Code(colourant)},
+                                 {"available", AvailableAboveReserve(*s, colourant)}});
+  }
+  doc["unserved"] = unserved_json;
+  doc["low"] = CircuitListJson(names, low, low_colourants);
+  doc["warning"] = CircuitListJson(names, warning_circuits, warning_colourants);
+  Json critical = CircuitListJson(names, critical_circuits, critical_colourants);
+  for (Json& row : critical) row["available"] = AvailableAboveReserve(*s, row["colourant"]);
+  doc["critical"] = critical;
+  if (JsonOutput()) return VerdictExitStatus(verdict);
+
+  printf("formula:  %s\n", text.c_str());
+  if (size != 1.0 || base != 1.0) printf("size:     %g of %g\n", size, base);
+  printf("verdict:  %d (%s)\n", verdict, VerdictText(verdict));
+  printf("%7s  %9s  %-6s  %10s  %10s  %10s  %10s  %10s\n", "circuit", "colourant", "code",
+         "quantity", "current", "reserve", "left", "2x reserve");
+  for (const SplitRow& row : rows) {
+    const CircuitLevel level = ReadLevel(*s, row.circuit);
+    printf("%7d  %9ld  %-6s  %10.3f  %10s  %10s  %10s  %10s\n", row.circuit, row.colourant,
+           names.Code(row.colourant).c_str(), row.quantity,
+           LevelText(level.known, level.current).c_str(),
+           LevelText(level.known, level.reserve).c_str(),
+           LevelText(level.known, level.current - row.quantity).c_str(),
+           LevelText(level.known, 2 * level.reserve).c_str());
+  }
+  for (long colourant : unserved) {
+    printf("%7s  %9ld  %-6s  cannot be served: %.3f available above the reserve\n", "-",
+           colourant, names.Code(colourant).c_str(), AvailableAboveReserve(*s, colourant));
+  }
   PrintCircuitList("low:", names, low, low_colourants);
   PrintCircuitList("warning:", names, warning_circuits, warning_colourants);
-  PrintCircuitList("critical:", names, critical_circuits, critical_colourants);
-  return kExitOk;
+  PrintCriticalList(*s, names, critical_circuits, critical_colourants);
+  return VerdictExitStatus(verdict);
 }

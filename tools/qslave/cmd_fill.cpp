@@ -41,7 +41,7 @@ int RunFill(const Invocation& invocation) {
   }
 
   std::string error;
-  std::unique_ptr<slave> s = OpenDispenser(invocation.options, &error);
+  std::shared_ptr<slave> s = OpenDispenser(invocation.options, &error);
   if (!s) return Fail(error);
   std::vector<int> circuits;
   if (one_circuit) {
@@ -74,12 +74,13 @@ int RunFill(const Invocation& invocation) {
   }
   const std::vector<CircuitLevel> after = ReadLevels(*s, circuits);
   const ColourantTable names(s->m_DataId);
-  PrintLevelChanges(names, before, after, nullptr);
+  ShowLevelChanges(names, before, after, nullptr);
+  Document()["result"] = result;
   if (result == 1) {
-    printf("result:   1 (done)\n");
+    if (!JsonOutput()) printf("result:   1 (done)\n");
     return kExitOk;
   }
-  printf("result:   %d (failed)\n", result);
+  if (!JsonOutput()) printf("result:   %d (failed)\n", result);
   fflush(stdout);
   return Fail("the levels could not be written to the tank table");
 }

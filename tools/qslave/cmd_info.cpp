@@ -3,11 +3,42 @@
 
 #include "commands.h"
 #include "dispenser_session.h"
+#include "json_output.h"
 #include "report.h"
 #include "text_fields.h"
 #include "trace_sink.h"
 
 namespace {
+
+Json RecordJson(slave& s) {
+  Json record = Json::object();
+  record["id"] = s.m_DispId;
+  record["address"] = s.m_Address;
+  record["description"] = FieldText(s.m_Descr);
+  record["options"] = FieldText(s.m_Options);
+  record["model"] = FieldText(s.m_Model);
+  record["serial"] = FieldText(s.m_SerialNo);
+  record["driver_type"] = s.m_Dsp->GetType(0, 0);
+  record["comm_port"] = s.GetCommPort();
+  record["tanks"] = s.m_NumTanks;
+  record["circuits"] = s.m_NumCircuits;
+  return record;
+}
+
+// Tank numbers without a record have "record": false; tanks without a
+// colourant have "colourant": null.
+Json TanksJson(const slave& s) {
+  Json tanks = Json::array();
+  for (int tank = 1; tank <= s.m_NumTanks; ++tank) {
+    const long colourant = s.m_TankCntId[tank - 1];
+    Json row = Json::object();
+    row["tank"] = tank;
+    row["record"] = s.m_TankRecNo[tank - 1] != 0;
+    row["colourant"] = colourant != 0 ? Json(colourant) : Json(nullptr);
+    tanks.push_back(row);
+  }
+  return tanks;
+}
 
 void PrintRecord(slave& s) {
   printf("dispenser:    %ld\n", s.m_DispId);
@@ -41,14 +72,15 @@ void PrintTanks(const slave& s) {
 // The library's own report of the dispenser, which it writes to the trace.
 // Its messages each begin with a line end, so the report opens with a
 // blank line that sets it off from the lines above.
-void PrintReport(slave& s) {
-  std::string report;
-  {
-    TraceCapture capture;
-    s.Dump();
-    report = capture.Text();
-  }
-  if (report.empty()) return;
+std::string DispenserReport(slave& s) {
+  TraceCapture capture;
+  s.Dump();
+  return capture.Text();
+}
+
+void PrintReport(const std::string& text) {
+  if (text.empty()) return;
+  std::string report = text;
   if (report.back() != '\n') report += '\n';
   fputs(report.c_str(), stdout);
 }
@@ -59,10 +91,18 @@ int RunInfo(const Invocation& invocation) {
   int status = kExitOk;
   if (!HasArgumentCount(invocation, 0, &status)) return status;
   std::string error;
-  std::unique_ptr<slave> s = OpenDispenser(invocation.options, &error);
+  std::shared_ptr<slave> s = OpenDispenser(invocation.options, &error);
   if (!s) return Fail(error);
+  const std::string report = DispenserReport(*s);
+  if (JsonOutput()) {
+    Json& doc = Document();
+    doc["dispenser"] = RecordJson(*s);
+    doc["tanks"] = TanksJson(*s);
+    doc["report"] = report;
+    return kExitOk;
+  }
   PrintRecord(*s);
   PrintTanks(*s);
-  PrintReport(*s);
+  PrintReport(report);
   return kExitOk;
 }

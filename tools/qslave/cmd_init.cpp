@@ -8,6 +8,7 @@
 
 #include "commands.h"
 #include "data_dir.h"
+#include "json_output.h"
 #include "report.h"
 #include "sample_tables.h"
 
@@ -55,10 +56,15 @@ int RunInit(const Invocation& invocation) {
   }
   if (!WriteAll(dir, tables, &error)) return Fail(error);
 
+  Json written = Json::array();
   for (const SampleTable& t : tables) {
     const size_t count = t.records.size();
-    printf("wrote %s (%zu record%s)\n", TableFile(dir, QdbSchemaBaseName(t.table)).c_str(),
-           count, count == 1 ? "" : "s");
+    const std::string file = TableFile(dir, QdbSchemaBaseName(t.table));
+    written.push_back(Json{{"file", file}, {"records", count}});
+    if (!JsonOutput()) {
+      printf("wrote %s (%zu record%s)\n", file.c_str(), count, count == 1 ? "" : "s");
+    }
   }
+  Document()["tables"] = written;
   return kExitOk;
 }

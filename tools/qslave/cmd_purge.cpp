@@ -12,9 +12,11 @@
 #include "commands.h"
 #include "dispenser_session.h"
 #include "formula_input.h"
+#include "json_output.h"
 #include "levels.h"
 #include "machine_log.h"
 #include "numbers.h"
+#include "purge_plan.h"
 #include "report.h"
 
 namespace {
@@ -61,6 +63,28 @@ std::string FailureText(const slave& s) {
   return "the purge failed with code " + ResultCodeWithText(s.m_LastError);
 }
 
+// The purge worked out and shown, nothing sent or booked.
+int ShowDryRun(slave& s, const PurgeRequest& request, const ColourantTable& names,
+               const std::vector<CircuitLevel>& before) {
+  const PurgePlan plan = PlanPurge(s, request, before);
+  Json& doc = Document();
+  doc["dry_run"] = true;
+  doc["commands"] = plan.commands;
+  doc["books"] = plan.books;
+  if (!JsonOutput()) {
+    printf("%-*s %s\n", kLabel, "dry run:",
+           "nothing was sent or booked; the library's own purge would send and book this");
+    PrintCommands("command:", kLabel, plan.commands);
+  }
+  ShowLevelChanges(names, before, plan.after, nullptr);
+  if (!JsonOutput()) {
+    printf("%-*s %s\n", kLabel, "note:",
+           plan.books ? "a driver that purges by itself gets one purge call instead"
+                      : "the machine purges by itself and keeps its own levels");
+  }
+  return kExitOk;
+}
+
 }  // namespace
 
 int RunPurge(const Invocation& invocation) {
@@ -68,19 +92,24 @@ int RunPurge(const Invocation& invocation) {
   CommandArgs args;
   if (!args.Parse(invocation,
                   {{"--qty", true}, {"--circuit", true}, {"--colorant", true},
-                   {"--dry-run", false}, {"--one-by-one", false}},
+                   {"--dry-run", false}, {"--book-only", false}, {"--one-by-one", false}},
                   0, 0, &status)) {
     return status;
   }
-  double quantity = 1.0;
-  if (!args.Quantity("--qty", 1.0, false, &quantity, &status)) return status;
+  PurgeRequest request;
+  if (!args.Quantity("--qty", 1.0, false, &request.quantity, &status)) return status;
   const bool one_circuit = args.Has("--circuit");
   const bool by_colourant = args.Has("--colorant");
+  const bool dry_run = args.Has("--dry-run");
+  const bool book_only = args.Has("--book-only");
   if (one_circuit && by_colourant) {
     return args.UsageFailure("give --circuit or --colorant, not both");
   }
-  if ((one_circuit || by_colourant) && (args.Has("--dry-run") || args.Has("--one-by-one"))) {
-    return args.UsageFailure(std::string(args.Has("--dry-run") ? "--dry-run" : "--one-by-one") +
+  if (dry_run && book_only) {
+    return args.UsageFailure("give --dry-run or --book-only, not both");
+  }
+  if ((one_circuit || by_colourant) && (book_only || args.Has("--one-by-one"))) {
+    return args.UsageFailure(std::string(book_only ? "--book-only" : "--one-by-one") +
                              " is for a purge of all circuits only");
   }
   long circuit = 0;
@@ -93,8 +122,13 @@ int RunPurge(const Invocation& invocation) {
   if (by_colourant && !ReadColourantList(args.Value("--colorant"), &colourants, &error)) {
     return args.UsageFailure(error);
   }
+  request.kind = one_circuit ? PurgeKind::kOneCircuit
+                             : (by_colourant ? PurgeKind::kColourants : PurgeKind::kAll);
+  request.one_by_one = args.Has("--one-by-one");
+  request.circuit = static_cast<int>(circuit);
+  request.colourants = colourants;
 
-  std::unique_ptr<slave> s = OpenDispenser(invocation.options, &error);
+  std::shared_ptr<slave> s = OpenDispenser(invocation.options, &error);
   if (!s) return Fail(error);
   std::vector<int> circuits;
   if (one_circuit) {
@@ -121,44 +155,56 @@ int RunPurge(const Invocation& invocation) {
     return Fail(std::string(by_colourant ? "no circuit of these colourants" : "no circuit") +
                 " holds colourant: nothing to purge");
   }
+  Json& doc = Document();
+  doc["quantity"] = request.quantity;
+  char shown[64];
+  snprintf(shown, sizeof shown, "%.3f", request.quantity);
+  if (!JsonOutput()) printf("%-*s %s\n", kLabel, "quantity:", shown);
+  if (dry_run) return ShowDryRun(*s, request, names, before);
+
   MachineLog log(*s);
   Zu_Frm record;
   record.set("");
   int result = 0;
   if (one_circuit) {
-    result = s->CanisterPurge(static_cast<int>(circuit), quantity);
+    result = s->CanisterPurge(static_cast<int>(circuit), request.quantity);
   } else if (by_colourant) {
     colourants.push_back(0);
-    result = s->SelectivePurge(colourants.data(), quantity);
+    result = s->SelectivePurge(colourants.data(), request.quantity);
   } else {
-    result = s->Purge(quantity, &record, !args.Has("--dry-run"), args.Has("--one-by-one"));
+    result = s->Purge(request.quantity, &record, !book_only, request.one_by_one);
   }
+  const bool levels_not_booked = s->LevelsNotBooked() != 0;
   const std::vector<std::string> commands = log.Take();
   const std::vector<CircuitLevel> after = ReadLevels(*s, circuits);
 
-  char shown[64];
-  snprintf(shown, sizeof shown, "%.3f", quantity);
-  printf("%-*s %s\n", kLabel, "quantity:", shown);
-  if (log.Known()) {
-    PrintCommands("command:", kLabel, commands);
-  } else {
-    printf("%-*s (not known: the driver keeps no record of its commands)\n", kLabel, "command:");
-  }
+  doc["book_only"] = book_only;
+  ShowCommands("command:", kLabel, log.Known(), commands);
   if (!one_circuit && !by_colourant) {
     const char* purged = record.text();
-    printf("%-*s %s\n", kLabel, "purged:", *purged != '\0' ? purged : "nothing");
+    doc["purged"] = purged;
+    if (!JsonOutput()) {
+      printf("%-*s %s\n", kLabel, "purged:", *purged != '\0' ? purged : "nothing");
+    }
   }
-  PrintLevelChanges(names, before, after, nullptr);
+  ShowLevelChanges(names, before, after, nullptr);
+  doc["result"] = result;
+  doc["done"] = result >= 1;
+  doc["levels_booked"] = !levels_not_booked;
+  if (!JsonOutput()) printf("%-*s %d (%s)\n", kLabel, "result:", result,
+                            result >= 1 ? "done" : "failed");
+  fflush(stdout);
   if (result >= 1) {
-    printf("%-*s %d (done)\n", kLabel, "result:", result);
+    if (levels_not_booked) {
+      return Fail("the purge was done, but its quantities could not be booked on the levels: "
+                  "levels not booked");
+    }
     return kExitOk;
   }
-  printf("%-*s %d (failed)\n", kLabel, "result:", result);
-  fflush(stdout);
   std::string booked;
   for (size_t i = 0; i < before.size(); ++i) {
     if (before[i].current != after[i].current) booked = "; the levels were booked all the same";
   }
   if (result == -1) return Fail("nothing was purged: no circuit was left to purge" + booked);
-  return Fail(FailureText(*s) + booked);
+  return FailWithCode(FailureText(*s) + booked, s->m_LastError);
 }

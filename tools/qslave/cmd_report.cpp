@@ -2,7 +2,10 @@
 // and summed per colourant by the library.
 #include <stdio.h>
 
+#include <stdlib.h>
+
 #include <algorithm>
+#include <map>
 #include <climits>
 #include <string>
 #include <vector>
@@ -11,6 +14,7 @@
 #include "commands.h"
 #include "dispenser_session.h"
 #include "formula_input.h"
+#include "json_output.h"
 #include "numbers.h"
 #include "report.h"
 
@@ -95,6 +99,25 @@ bool Summary(slave& s, const std::string& reply, int mode, size_t colourants, st
   return true;
 }
 
+// The library's summary text "ID,VALUE,ID,VALUE," as values by colourant.
+std::map<long, double> SummaryValues(const std::string& text) {
+  std::map<long, double> values;
+  size_t at = 0;
+  while (at < text.size()) {
+    const size_t comma = text.find(',', at);
+    const size_t next = comma == std::string::npos ? std::string::npos : text.find(',', comma + 1);
+    if (next == std::string::npos) break;
+    values[strtol(text.c_str() + at, nullptr, 10)] = strtod(text.c_str() + comma + 1, nullptr);
+    at = next + 1;
+  }
+  return values;
+}
+
+// The library counts a group as delivered as asked when it got at most
+// this much more; a group that got more is left out of its colourant's
+// sums.
+const double kOverTolerance = 0.001;
+
 }  // namespace
 
 int RunReport(const Invocation& invocation) {
@@ -116,7 +139,7 @@ int RunReport(const Invocation& invocation) {
   std::vector<ReplyGroup> groups;
   if (!ReadReply(reply, &groups, &error)) return UsageError(error, help);
 
-  std::unique_ptr<slave> s = OpenDispenser(invocation.options, &error);
+  std::shared_ptr<slave> s = OpenDispenser(invocation.options, &error);
   if (!s) return Fail(error);
   for (const ReplyGroup& g : groups) {
     if (g.circuit < 1 || g.circuit > s->m_NumTanks || !s->TankAvail(static_cast<int>(g.circuit))) {
@@ -148,17 +171,64 @@ int RunReport(const Invocation& invocation) {
     if (!Summary(*s, reply, mode, distinct.size(), &summaries[mode], &error)) return Fail(error);
   }
 
-  printf("%-*s %s\n", kLabel, "reply:", reply.c_str());
-  printf("%7s  %9s  %-6s  %10s  %10s  %10s\n", "circuit", "colourant", "code", "requested",
-         "dispensed", "remaining");
+  std::map<long, double> sums[3];
+  for (int mode = 0; mode < 3; ++mode) sums[mode] = SummaryValues(summaries[mode]);
+
+  // Per circuit: what remains is never below 0; what was given beyond the
+  // request is shown as "over", and whether the sums count it.
+  Json circuits_json = Json::array();
+  std::vector<std::string> notes;
   for (int i = 0; i < n; ++i) {
     const long colourant = s->m_TankCntId[circuits[i] - 1];
-    printf("%7d  %9ld  %-6s  %10.3f  %10.3f  %10.3f\n", circuits[i], colourant,
-           names.Code(colourant).c_str(), requested[i], dispensed[i],
-           requested[i] - dispensed[i]);
+    const double over = dispensed[i] - requested[i];
+    const bool left_out = over >= kOverTolerance;
+    circuits_json.push_back(Json{{"circuit", circuits[i]},
+                                 {"colourant", colourant},
+                                 {"code", names.Code(colourant)},
+                                 {"requested", requested[i]},
+                                 {"dispensed", dispensed[i]},
+                                 {"remaining", over >= 0.0 ? 0.0 : -over},
+                                 {"over", over > 0.0 ? over : 0.0},
+                                 {"counted", !left_out}});
+    if (left_out) {
+      char note[160];
+      snprintf(note, sizeof note,
+               "circuit %d got %.3f more than requested: left out of the sums of colourant %ld",
+               circuits[i], over, colourant);
+      notes.push_back(note);
+    }
   }
-  printf("%-*s %s\n", kLabel, "remaining:", summaries[0].c_str());
-  printf("%-*s %s\n", kLabel, "dispensed:", summaries[1].c_str());
-  printf("%-*s %s\n", kLabel, "total:", summaries[2].c_str());
+  Json colourants_json = Json::array();
+  for (long colourant : distinct) {
+    colourants_json.push_back(Json{{"colourant", colourant},
+                                   {"code", names.Code(colourant)},
+                                   {"requested", sums[2][colourant]},
+                                   {"dispensed", sums[1][colourant]},
+                                   {"remaining", sums[0][colourant]}});
+  }
+  Json& doc = Document();
+  doc["reply"] = reply;
+  doc["circuits"] = circuits_json;
+  doc["colourants"] = colourants_json;
+  doc["notes"] = notes;
+  if (JsonOutput()) return kExitOk;
+
+  printf("%-*s %s\n", kLabel, "reply:", reply.c_str());
+  printf("%7s  %9s  %-6s  %10s  %10s  %10s  %10s\n", "circuit", "colourant", "code", "requested",
+         "dispensed", "remaining", "over");
+  for (const Json& row : circuits_json) {
+    const long colourant = row["colourant"];
+    printf("%7d  %9ld  %-6s  %10.3f  %10.3f  %10.3f  %10.3f\n", row["circuit"].get<int>(),
+           colourant, names.Code(colourant).c_str(), row["requested"].get<double>(),
+           row["dispensed"].get<double>(), row["remaining"].get<double>(),
+           row["over"].get<double>());
+  }
+  printf("\n%9s  %-6s  %10s  %10s  %10s\n", "colourant", "code", "requested", "dispensed",
+         "remaining");
+  for (long colourant : distinct) {
+    printf("%9ld  %-6s  %10.3f  %10.3f  %10.3f\n", colourant, names.Code(colourant).c_str(),
+           sums[2][colourant], sums[1][colourant], sums[0][colourant]);
+  }
+  for (const std::string& note : notes) printf("%-*s %s\n", kLabel, "note:", note.c_str());
   return kExitOk;
 }

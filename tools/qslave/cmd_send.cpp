@@ -9,6 +9,7 @@
 #include "command_kinds.h"
 #include "commands.h"
 #include "dispenser_session.h"
+#include "json_output.h"
 #include "report.h"
 
 namespace {
@@ -38,24 +39,30 @@ bool CheckCommandText(const std::string& cmd, std::string* error) {
 // Each prints the result and returns why the command failed ("" when it
 // succeeded).
 std::string ReportQuery(const std::string& cmd, long dispenser, int result) {
-  printf("kind:    query\n");
+  Json& doc = Document();
+  doc["kind"] = "query";
+  doc["result"] = result;
+  if (!JsonOutput()) printf("kind:    query\n");
   if (result == -1) {
-    printf("result:  -1 (no answer)\n");
+    if (!JsonOutput()) printf("result:  -1 (no answer)\n");
     return "no answer from dispenser " + std::to_string(dispenser) + " to " + cmd;
   }
-  printf("result:  %d\n", result);
+  if (!JsonOutput()) printf("result:  %d\n", result);
   return "";
 }
 
 std::string ReportAction(const std::string& cmd, const slave& s, int result) {
-  printf("kind:    action\n");
+  Json& doc = Document();
+  doc["kind"] = "action";
+  doc["result"] = result;
+  doc["done"] = result == 1;
+  if (!JsonOutput()) printf("kind:    action\n");
   if (result == 1) {
-    printf("result:  1 (done)\n");
+    if (!JsonOutput()) printf("result:  1 (done)\n");
     return "";
   }
-  printf("result:  %d (failed)\n", result);
   const std::string code = CodeWithText(s.m_LastError);
-  printf("error:   %s\n", code.c_str());
+  if (!JsonOutput()) printf("result:  %d (failed)\nerror:   %s\n", result, code.c_str());
   return cmd + " failed with code " + code;
 }
 
@@ -80,7 +87,7 @@ int RunSend(const Invocation& invocation) {
   const std::string& cmd = invocation.args[0];
   std::string error;
   if (!CheckCommandText(cmd, &error)) return UsageError(error, "qslave send --help");
-  std::unique_ptr<slave> s = OpenDispenser(invocation.options, &error);
+  std::shared_ptr<slave> s = OpenDispenser(invocation.options, &error);
   if (!s) return Fail(error);
 
   std::vector<char> text(cmd.begin(), cmd.end());
@@ -91,15 +98,20 @@ int RunSend(const Invocation& invocation) {
   const int room = SLV_CMD_BUFFER - 1;
   const int result = s->sendcommand(text.data(), answer, room);
 
-  printf("command: %s\n", cmd.c_str());
-  std::string failure = IsQueryCommand(cmd) ? ReportQuery(cmd, s->m_DispId, result)
-                                            : ReportAction(cmd, *s, result);
+  Document()["sent"] = cmd;
+  if (!JsonOutput()) printf("command: %s\n", cmd.c_str());
+  const bool query = IsQueryCommand(cmd);
+  std::string failure = query ? ReportQuery(cmd, s->m_DispId, result)
+                              : ReportAction(cmd, *s, result);
   if (AnswerFits(*s, answer, room, &error)) {
-    printf("answer:  \"%s\"\n", answer);
-  } else if (failure.empty()) {
-    failure = error;
+    Document()["answer"] = answer;
+    if (!JsonOutput()) printf("answer:  \"%s\"\n", answer);
+  } else {
+    Document()["answer"] = nullptr;
+    if (failure.empty()) failure = error;
   }
   fflush(stdout);
-  if (!failure.empty()) return Fail(failure);
-  return kExitOk;
+  if (failure.empty()) return kExitOk;
+  if (!query && result != 1) return FailWithCode(failure, s->m_LastError);
+  return Fail(failure);
 }

@@ -9,6 +9,7 @@
 #include "commands.h"
 #include "dispenser_session.h"
 #include "host/qdbase.h"
+#include "json_output.h"
 #include "host/zutable.h"
 #include "machine_log.h"
 #include "numbers.h"
@@ -72,7 +73,7 @@ int RunShelf(const Invocation& invocation) {
                       "qslave shelf --help");
   }
   std::string error;
-  std::unique_ptr<slave> s = OpenDispenser(invocation.options, &error);
+  std::shared_ptr<slave> s = OpenDispenser(invocation.options, &error);
   if (!s) return Fail(error);
   if (!CheckCansTable(s->m_DataId, &error)) return Fail(error);
 
@@ -83,38 +84,53 @@ int RunShelf(const Invocation& invocation) {
                 " is not in the cans table; the shelf moves would succeed without moving the "
                 "shelf");
   }
-  printf("%-*s %ld\n", kLabel, "can:", can);
-  printf("%-*s %d\n", kLabel, "lowest:", lowest);
-  printf("%-*s %d\n", kLabel, "height:", height);
-  printf("%-*s %s\n", kLabel, "zero flag:", YesNo(zero_flag));
-  printf("%-*s %s\n", kLabel, "no punch:", YesNo(no_punch));
-  printf("%-*s %s\n", kLabel, "preferred:", YesNo(preferred));
+  Document()["can"] = Json{{"id", can},           {"lowest", lowest},
+                            {"height", height},    {"zero_flag", zero_flag != 0},
+                            {"no_punch", no_punch != 0}, {"preferred", preferred != 0}};
+  if (!JsonOutput()) {
+    printf("%-*s %ld\n", kLabel, "can:", can);
+    printf("%-*s %d\n", kLabel, "lowest:", lowest);
+    printf("%-*s %d\n", kLabel, "height:", height);
+    printf("%-*s %s\n", kLabel, "zero flag:", YesNo(zero_flag));
+    printf("%-*s %s\n", kLabel, "no punch:", YesNo(no_punch));
+    printf("%-*s %s\n", kLabel, "preferred:", YesNo(preferred));
+  }
+  Json moves = Json::array();
+  int failed_code = 0;
 
   std::string failure;
   for (const Move& move : kMoves) {
     MachineLog log(*s);
     const int result = ((*s).*(move.run))(can);
     std::string sent;
+    const std::vector<std::string> commands = log.Take();
     if (!log.Known()) {
       sent = "(not known)";
     } else {
-      for (const std::string& command : log.Take()) sent += (sent.empty() ? "" : " ") + command;
+      for (const std::string& command : commands) sent += (sent.empty() ? "" : " ") + command;
       if (sent.empty()) sent = "no command";
     }
-    if (result == 1) {
+    std::string name = move.name;
+    name.pop_back();
+    moves.push_back(Json{{"move", name},
+                         {"commands", log.Known() ? Json(commands) : Json(nullptr)},
+                         {"result", result},
+                         {"done", result == 1}});
+    if (!JsonOutput() && result == 1) {
       printf("%-*s %s -> 1 (done)\n", kLabel, move.name, sent.c_str());
-    } else {
+    } else if (!JsonOutput()) {
       const std::string code = ResultCodeWithText(s->m_LastError);
       printf("%-*s %s -> %d (failed: %s)\n", kLabel, move.name, sent.c_str(), result,
              code.c_str());
-      if (failure.empty()) {
-        failure = std::string("the shelf move ") + move.name;
-        failure.pop_back();
-        failure += " failed with code " + code;
-      }
+    }
+    if (result != 1 && failure.empty()) {
+      failure = "the shelf move " + name + " failed with code " +
+                ResultCodeWithText(s->m_LastError);
+      failed_code = s->m_LastError;
     }
   }
+  Document()["moves"] = moves;
   fflush(stdout);
-  if (!failure.empty()) return Fail(failure);
+  if (!failure.empty()) return FailWithCode(failure, failed_code);
   return kExitOk;
 }

@@ -5,6 +5,7 @@
 
 #include "commands.h"
 #include "dispenser_session.h"
+#include "json_output.h"
 #include "report.h"
 
 namespace {
@@ -33,7 +34,7 @@ int RunStatus(const Invocation& invocation) {
   int status = kExitOk;
   if (!HasArgumentCount(invocation, 0, &status)) return status;
   std::string error;
-  std::unique_ptr<slave> s = OpenDispenser(invocation.options, &error);
+  std::shared_ptr<slave> s = OpenDispenser(invocation.options, &error);
   if (!s) return Fail(error);
 
   char query[] = "/!";
@@ -42,10 +43,17 @@ int RunStatus(const Invocation& invocation) {
     return Fail("no answer from dispenser " + std::to_string(s->m_DispId) +
                 " to the status query /!");
   }
-  printf("status word: %d (0x%04x)\n", word, static_cast<unsigned>(word));
+  Json& doc = Document();
+  doc["status_word"] = word;
+  Json bits = Json::object();
+  if (!JsonOutput()) printf("status word: %d (0x%04x)\n", word, static_cast<unsigned>(word));
   for (const Predicate& p : kPredicates) {
     const int on = ((*s).*(p.test))(word);
-    printf("%-26s %s\n", (std::string(p.name) + ":").c_str(), on ? "yes" : "no");
+    bits[p.name] = on != 0;
+    if (!JsonOutput()) {
+      printf("%-26s %s\n", (std::string(p.name) + ":").c_str(), on ? "yes" : "no");
+    }
   }
+  doc["bits"] = bits;
   return kExitOk;
 }

@@ -9,54 +9,15 @@
 #include "command_args.h"
 #include "commands.h"
 #include "dispenser_session.h"
+#include "json_output.h"
 #include "levels.h"
 #include "output_file.h"
 #include "report.h"
 #include "svg_chart.h"
+#include "tank_rows.h"
 #include "text_fields.h"
 
 namespace {
-
-struct TankRow {
-  CircuitLevel level;
-  bool has_record;
-  double threshold;
-  int sim, susp;
-  int master;  // non-zero for a secondary tank: the circuit with the reservoir
-};
-
-// The master of each secondary tank: in a linked group only the master
-// carries quantities; the others hold -1.
-void FindMasters(slave& s, std::vector<TankRow>* rows) {
-  const int count = s.NumCnts();
-  std::vector<long> colourants(count + 1, 0);
-  if (count > 0) s.CntsList(colourants.data());
-  for (int i = 0; i < count; ++i) {
-    ColourantInDispenser tanks(&s);
-    if (!tanks.Read(colourants[i])) continue;
-    int master = 0;
-    for (int k = 0; k < tanks.m_NumTanks && master == 0; ++k) {
-      if (tanks.m_Tanks[k].max_q != -1.0) master = tanks.m_Tanks[k].tank;
-    }
-    for (int k = 0; k < tanks.m_NumTanks; ++k) {
-      const int tank = tanks.m_Tanks[k].tank;
-      if (tanks.m_Tanks[k].max_q == -1.0 && tank >= 1 && tank <= s.m_NumTanks) {
-        (*rows)[tank - 1].master = master;
-      }
-    }
-  }
-}
-
-std::vector<TankRow> ReadTanks(slave& s) {
-  std::vector<TankRow> rows;
-  for (int tank = 1; tank <= s.m_NumTanks; ++tank) {
-    TankRow row{ReadLevel(s, tank), s.m_TankRecNo[tank - 1] != 0, 0.0, 0, 0, 0};
-    s.TankSoglia(tank, &row.threshold, &row.sim, &row.susp);
-    rows.push_back(row);
-  }
-  FindMasters(s, &rows);
-  return rows;
-}
 
 void PrintTankReport(const std::vector<TankRow>& rows, const ColourantTable& names) {
   printf("%7s  %9s  %-6s  %10s  %10s  %10s  %10s  %-4s %-4s note\n", "circuit", "colourant",
@@ -88,6 +49,35 @@ void PrintTankReport(const std::vector<TankRow>& rows, const ColourantTable& nam
   }
 }
 
+const char* KindName(int kind) {
+  switch (kind) {
+    case 1: return "single";
+    case 2: return "independent";
+    case 3: return "linked";
+    default: return "inconsistent";
+  }
+}
+
+Json DistributionJson(slave& s, const ColourantTable& names) {
+  Json out = Json::array();
+  const int count = s.NumCnts();
+  std::vector<long> colourants(count + 1, 0);
+  if (count > 0) s.CntsList(colourants.data());
+  for (int i = 0; i < count; ++i) {
+    const long id = colourants[i];
+    const int n = s.CntToNumTanks(id);
+    std::vector<int> tanks(n > 0 ? n : 1);
+    if (n > 0) s.CntToTanks(id, n, tanks.data());
+    tanks.resize(n > 0 ? n : 0);
+    out.push_back(Json{{"colourant", id},
+                       {"code", names.Code(id)},
+                       {"description", names.Description(id)},
+                       {"tanks", tanks},
+                       {"kind", KindName(s.CntToTypeCircuitNoTh(id))}});
+  }
+  return out;
+}
+
 const char* KindText(int kind) {
   switch (kind) {
     case 1: return "";
@@ -114,19 +104,6 @@ void PrintDistribution(slave& s, const ColourantTable& names) {
   }
 }
 
-std::vector<ChartBar> Bars(const std::vector<TankRow>& rows, const ColourantTable& names) {
-  std::vector<ChartBar> bars;
-  for (const TankRow& row : rows) {
-    const CircuitLevel& l = row.level;
-    ChartBar bar{l.circuit, names.Code(l.colourant), l.known && l.maximum > 0.0, l.current,
-                 l.reserve, l.maximum, row.threshold, row.master, ""};
-    if (!row.has_record) bar.empty_note = "no tank";
-    else if (l.colourant == 0) bar.empty_note = "no colourant";
-    bars.push_back(bar);
-  }
-  return bars;
-}
-
 }  // namespace
 
 int RunTanks(const Invocation& invocation) {
@@ -137,7 +114,7 @@ int RunTanks(const Invocation& invocation) {
   }
   if (args.Has("--force") && !args.Has("--svg")) return args.UsageFailure("--force goes with --svg");
   std::string error;
-  std::unique_ptr<slave> s = OpenDispenser(invocation.options, &error);
+  std::shared_ptr<slave> s = OpenDispenser(invocation.options, &error);
   if (!s) return Fail(error);
   const ColourantTable names(s->m_DataId);
   const std::vector<TankRow> rows = ReadTanks(*s);
@@ -154,6 +131,13 @@ int RunTanks(const Invocation& invocation) {
       return Fail(error);
     }
     written = path;
+  }
+  if (JsonOutput()) {
+    Json& doc = Document();
+    doc["circuits"] = TankRowsJson(rows, names);
+    doc["colourants"] = DistributionJson(*s, names);
+    doc["chart"] = written.empty() ? Json(nullptr) : Json(written);
+    return kExitOk;
   }
   PrintTankReport(rows, names);
   printf("\n");

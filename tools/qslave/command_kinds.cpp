@@ -40,11 +40,15 @@ std::string ResultCodeText(int code) {
   return kResultTexts[code];
 }
 
-std::string ResultCodeWithText(int code) {
-  std::string text = ResultCodeText(code);
+std::string LibraryCodeText(int code) {
   // The library keeps these two codes itself; the machine table's 15 is
   // "generic error" as well.
-  if (code == 19) text = "colourant in no tank, or nothing to purge";
+  if (code == 19) return "colourant in no tank, or nothing to purge";
+  return ResultCodeText(code);
+}
+
+std::string ResultCodeWithText(int code) {
+  const std::string text = LibraryCodeText(code);
   if (text.empty()) return std::to_string(code);
   return std::to_string(code) + " (" + text + ")";
 }

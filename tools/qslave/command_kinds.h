@@ -17,6 +17,10 @@ bool IsQueryCommand(const std::string& cmd);
 // "no answer" for -1; "" for a code the machine table does not list.
 std::string ResultCodeText(int code);
 
+// The text of a code in m_LastError: the machine's texts, and the
+// library's own 19; "" for a code neither lists.
+std::string LibraryCodeText(int code);
+
 // A code with its text, e.g. "4 (ERROR : command refused)"; the library's
 // own codes 15 and 19 are named too; just the number otherwise.
 std::string ResultCodeWithText(int code);

@@ -41,6 +41,10 @@ int RunFill(const Invocation& invocation);
 int RunReport(const Invocation& invocation);
 int RunShelf(const Invocation& invocation);
 int RunTanks(const Invocation& invocation);
+int RunErrors(const Invocation& invocation);
+int RunDelivered(const Invocation& invocation);
+int RunShell(const Invocation& invocation);
+int RunServe(const Invocation& invocation);
 
 // Refuses (with a usage error) a call whose argument count is not count;
 // returns true when it is.

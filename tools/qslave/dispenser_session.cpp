@@ -68,7 +68,10 @@ std::string Diagnose(const slave& s, const GlobalOptions& options,
          " (the host has none for its model)";
 }
 
+std::shared_ptr<slave> g_held;
+
 void ApplyPurgeServer(const GlobalOptions& options, slave* s) {
+  if (options.purge_timeout_set) s->m_PurgeSrvTimeout = options.purge_timeout;
   if (!options.purge_server) {
     s->m_PurgeSrvOff = 1;
     return;
@@ -82,11 +85,23 @@ void ApplyPurgeServer(const GlobalOptions& options, slave* s) {
 
 }  // namespace
 
-std::unique_ptr<slave> OpenDispenser(const GlobalOptions& options,
+std::shared_ptr<slave> OpenDispenser(const GlobalOptions& options,
                                      std::string* error) {
+  if (g_held) return g_held;
   TableFiles files;
   if (!FindTables(&files, error)) return nullptr;
-  std::unique_ptr<slave> s(new slave(options.dispenser_id));
+  // A table that is no dBase table is named before the library opens the
+  // others: the library, finding the tank table unreadable, keeps the
+  // cistern table open until the program ends.
+  if (!Opens(files.dir, "disps", 0, nullptr, nullptr)) {
+    *error = "cannot open the dispenser table " + files.disps;
+    return nullptr;
+  }
+  if (!Opens(files.dir, "tanks", 0, nullptr, nullptr)) {
+    *error = "cannot open the tank table " + files.tanks;
+    return nullptr;
+  }
+  std::shared_ptr<slave> s(new slave(options.dispenser_id));
   if (s->m_DispId < 1 || s->m_Dsp == nullptr) {
     *error = Diagnose(*s, options, files);
     return nullptr;
@@ -94,3 +109,5 @@ std::unique_ptr<slave> OpenDispenser(const GlobalOptions& options,
   ApplyPurgeServer(options, s.get());
   return s;
 }
+
+void HoldDispenser(std::shared_ptr<slave> s) { g_held = std::move(s); }

@@ -56,3 +56,34 @@ bool HasCircuit(slave& s, long circuit, std::string* error) {
   *error = "dispenser " + std::to_string(s.m_DispId) + " has no circuit " + std::to_string(circuit);
   return false;
 }
+
+Json LevelChangesJson(const ColourantTable& names, const std::vector<CircuitLevel>& before,
+                      const std::vector<CircuitLevel>& after,
+                      const std::map<int, double>* quantities) {
+  Json rows = Json::array();
+  for (size_t i = 0; i < before.size() && i < after.size(); ++i) {
+    const CircuitLevel& b = before[i];
+    Json row = Json::object();
+    row["circuit"] = b.circuit;
+    row["colourant"] = b.colourant != 0 ? Json(b.colourant) : Json(nullptr);
+    row["code"] = names.Code(b.colourant);
+    if (quantities != nullptr) {
+      const auto found = quantities->find(b.circuit);
+      row["quantity"] = found != quantities->end() ? Json(found->second) : Json(nullptr);
+    }
+    row["before"] = LevelValue(b.known, b.current);
+    row["after"] = LevelValue(after[i].known, after[i].current);
+    rows.push_back(row);
+  }
+  return rows;
+}
+
+void ShowLevelChanges(const ColourantTable& names, const std::vector<CircuitLevel>& before,
+                      const std::vector<CircuitLevel>& after,
+                      const std::map<int, double>* quantities) {
+  if (JsonOutput()) {
+    Document()["circuits"] = LevelChangesJson(names, before, after, quantities);
+  } else {
+    PrintLevelChanges(names, before, after, quantities);
+  }
+}

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "colourant_table.h"
+#include "json_output.h"
 #include "slave.h"
 
 struct CircuitLevel {
@@ -32,6 +33,18 @@ std::vector<int> CircuitsWithColourant(const slave& s);
 void PrintLevelChanges(const ColourantTable& names, const std::vector<CircuitLevel>& before,
                        const std::vector<CircuitLevel>& after,
                        const std::map<int, double>* quantities);
+
+// The same rows for --json: circuit, colourant (null for none), code,
+// [quantity,] before, after; a level that cannot be read is null.
+Json LevelChangesJson(const ColourantTable& names, const std::vector<CircuitLevel>& before,
+                      const std::vector<CircuitLevel>& after,
+                      const std::map<int, double>* quantities);
+
+// Shows the level changes: the table, or with --json the document's
+// "circuits".
+void ShowLevelChanges(const ColourantTable& names, const std::vector<CircuitLevel>& before,
+                      const std::vector<CircuitLevel>& after,
+                      const std::map<int, double>* quantities);
 
 // A level for a report: "%.3f", or "-" when unknown.
 std::string LevelText(bool known, double value);

@@ -1,5 +1,6 @@
 #include "machine_log.h"
 
+#include "json_output.h"
 #include "refhost/dispenser/simulated_dispenser.h"
 
 MachineLog::MachineLog(slave& s) : slave_(s) {
@@ -25,5 +26,16 @@ void PrintCommands(const char* label, int width, const std::vector<std::string>&
   }
   for (const std::string& command : commands) {
     printf("%-*s %s\n", width, label, command.c_str());
+  }
+}
+
+void ShowCommands(const char* label, int width, bool known,
+                  const std::vector<std::string>& commands) {
+  if (JsonOutput()) {
+    Document()["commands"] = known ? Json(commands) : Json(nullptr);
+  } else if (known) {
+    PrintCommands(label, width, commands);
+  } else {
+    printf("%-*s (not known: the driver keeps no record of its commands)\n", width, label);
   }
 }

@@ -29,6 +29,11 @@ class MachineLog {
   size_t seen_ = 0;
 };
 
+// Shows the commands: printed as below, or with --json as the document's
+// "commands" (an array of texts; null when the driver keeps no record).
+void ShowCommands(const char* label, int width, bool known,
+                  const std::vector<std::string>& commands);
+
 // Prints "LABEL COMMAND" for each command, or "LABEL none" when there was
 // none; label is padded to width.
 void PrintCommands(const char* label, int width, const std::vector<std::string>& commands);

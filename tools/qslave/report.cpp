@@ -2,6 +2,8 @@
 
 #include <stdio.h>
 
+#include "json_output.h"
+
 namespace {
 
 void WriteLine(const std::string& message) {
@@ -12,11 +14,20 @@ void WriteLine(const std::string& message) {
 }  // namespace
 
 int Fail(const std::string& message) {
+  RecordError(message, false);
+  WriteLine(message);
+  return kExitFailure;
+}
+
+int FailWithCode(const std::string& message, int code) {
+  RecordError(message, false);
+  RecordLibraryError(code);
   WriteLine(message);
   return kExitFailure;
 }
 
 int UsageError(const std::string& message, const std::string& help) {
+  RecordError(message, true);
   WriteLine(message + " (see " + help + ")");
   return kExitUsage;
 }

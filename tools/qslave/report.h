@@ -11,8 +11,12 @@ enum ExitStatus {
 };
 
 // Writes "qslave: <message>" as one line on standard error and returns
-// kExitFailure.
+// kExitFailure. With --json the message goes into the document too.
 int Fail(const std::string& message);
+
+// Fail for a failure the library explains with its last error code: with
+// --json the document carries the code and its text as well.
+int FailWithCode(const std::string& message, int code);
 
 // The same for a wrong command line, with a pointer to the help that
 // explains it; returns kExitUsage.

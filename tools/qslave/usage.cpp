@@ -6,10 +6,11 @@
 namespace {
 
 const char kGlobalSynopsis[] =
-    "qslave [--data DIR] [--id N] [--trace] [--purge-server HOST:PORT]";
+    "qslave [--data DIR] [--id N] [--trace] [--json] [--purge-server HOST:PORT] "
+    "[--purge-timeout SECONDS]";
 
 const char kOptions[] =
-    "Options (before the command):\n"
+    "Options (before the command, or after its name):\n"
     "  --data DIR                the directory of the tables (default:\n"
     "                            $QSLAVE_DATA, else the current directory)\n"
     "  --id N                    the dispenser id (default: the default\n"
@@ -17,6 +18,11 @@ const char kOptions[] =
     "  --trace                   show the library's trace on standard error\n"
     "  --purge-server HOST:PORT  tell this purge server what was dispensed\n"
     "                            (without it the purge-server update is off)\n"
+    "  --purge-timeout SECONDS   the longest the purge-server call may take\n"
+    "                            (default 5)\n"
+    "  --json                    print one JSON document on standard output\n"
+    "                            instead of text, also when the command fails\n"
+    "  --version                 show the version\n"
     "  --help                    show this help\n";
 
 const char kExitStatus[] =
