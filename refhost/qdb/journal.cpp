@@ -154,10 +154,17 @@ void SayError(std::string* why, const char* what, const std::string& path) noexc
   }
 }
 
-std::mutex g_registryMutex;
+// The journals of this process. Never destroyed: tables that are static
+// objects of a program (the library's own three) close, and so release
+// their journal, after the program's other statics are gone.
+std::mutex& RegistryMutex() {
+  static std::mutex* mutex = new std::mutex;
+  return *mutex;
+}
+
 std::map<std::string, Journal*>& Registry() {
-  static std::map<std::string, Journal*> registry;
-  return registry;
+  static std::map<std::string, Journal*>* registry = new std::map<std::string, Journal*>;
+  return *registry;
 }
 
 }  // namespace
@@ -171,7 +178,7 @@ Journal::~Journal() {
 }
 
 Journal* Journal::Acquire(const std::string& dir) {
-  std::lock_guard<std::mutex> guard(g_registryMutex);
+  std::lock_guard<std::mutex> guard(RegistryMutex());
   Journal*& journal = Registry()[dir];
   if (journal == nullptr) journal = new Journal(dir);
   ++journal->refs_;
@@ -180,7 +187,7 @@ Journal* Journal::Acquire(const std::string& dir) {
 
 void Journal::Release(Journal* journal) {
   if (journal == nullptr) return;
-  std::lock_guard<std::mutex> guard(g_registryMutex);
+  std::lock_guard<std::mutex> guard(RegistryMutex());
   if (--journal->refs_ > 0) return;
   Registry().erase(journal->dir_);
   delete journal;
