@@ -175,13 +175,18 @@ bool Qdbase::Impl::ReadRecord(long rec, std::string* out) {
 }
 
 qdb::StagedRecord* Qdbase::Impl::Stage(long rec) {
+  if (booking->last != nullptr && booking->lastRec == rec) return booking->last;
   auto it = booking->records.find(rec);
-  if (it != booking->records.end()) return &it->second;
-  qdb::StagedRecord staged;
-  if (!ReadRecord(rec, &staged.image)) return nullptr;
-  staged.low = layout.recordLength;
-  staged.high = 0;
-  return &booking->records.emplace(rec, std::move(staged)).first->second;
+  if (it == booking->records.end()) {
+    qdb::StagedRecord staged;
+    if (!ReadRecord(rec, &staged.image)) return nullptr;
+    staged.low = layout.recordLength;
+    staged.high = 0;
+    it = booking->records.emplace(rec, std::move(staged)).first;
+  }
+  booking->lastRec = rec;
+  booking->last = &it->second;
+  return booking->last;
 }
 
 const char* Qdbase::Impl::Raw() {
@@ -403,18 +408,19 @@ void Widen(qdb::StagedRecord* staged, int low, int high) {
 // same bytes, or for a number the same value (a number another tool wrote
 // in another layout, say left-aligned, is left alone when it is equal).
 bool Unchanged(const qdb::DbfLayout& layout, const DbfField& f, const std::string& record, int at,
-               const std::string& bytes, bool numeric) {
+               const std::string& bytes, const FieldNumber* before) {
   if (qdb::IsNull(layout, f, record.data())) return false;
   if (record.compare(static_cast<size_t>(at), bytes.size(), bytes) == 0) return true;
-  if (!numeric || at != f.offset || static_cast<int>(bytes.size()) != f.width) return false;
+  if (before == nullptr || at != f.offset || static_cast<int>(bytes.size()) != f.width) {
+    return false;
+  }
   // The new bytes read as the field on their own (a number is its field).
   DbfField alone = f;
   alone.offset = 0;
   alone.nullBit = -1;
-  FieldNumber before, after;
-  return qdb::DecodeNumber(layout, f, record.data(), &before) &&
-         qdb::DecodeNumber(layout, alone, bytes.data(), &after) && !before.blank &&
-         before.value == after.value && before.integral == after.integral;
+  FieldNumber after;
+  return qdb::DecodeNumber(layout, alone, bytes.data(), &after) && !before->blank &&
+         before->value == after.value && before->integral == after.integral;
 }
 
 // Clears field f's null bit in record; answers the byte it changed, or -1.
@@ -442,9 +448,12 @@ int Qdbase::Impl::StoreAt(int fi, int pos, const std::string& bytes, bool numeri
     qdb::StagedRecord* staged = Stage(cur);
     if (staged == nullptr) return 0;
     std::string& rec = staged->image;
-    if (Unchanged(layout, f, rec, at, bytes, numeric)) return 1;
+    FieldNumber before;
+    const bool known = numeric && Number(fi, &before);
+    if (Unchanged(layout, f, rec, at, bytes, known ? &before : nullptr)) return 1;
     if (!staged->appended && staged->low >= staged->high) staged->before = rec;
-    staged->numbers.Forget();
+    staged->numbers.Forget(fi);
+    if (layout.nullFlagsField >= 0) staged->numbers.Forget(layout.nullFlagsField);
     rec.replace(static_cast<size_t>(at), bytes.size(), bytes);
     Widen(staged, at, end);
     const int nullByte = ClearNull(layout, f, &rec[0]);
@@ -470,7 +479,9 @@ int Qdbase::Impl::StoreAt(int fi, int pos, const std::string& bytes, bool numeri
   int result = 0;
   std::string rec;
   if (Writable() && ReadRecord(cur, &rec)) {
-    if (Unchanged(layout, f, rec, at, bytes, numeric)) {
+    FieldNumber before;
+    const bool known = numeric && qdb::DecodeNumber(layout, f, rec.data(), &before);
+    if (Unchanged(layout, f, rec, at, bytes, known ? &before : nullptr)) {
       result = 1;
     } else {
       rec.replace(static_cast<size_t>(at), bytes.size(), bytes);

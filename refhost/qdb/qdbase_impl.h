@@ -28,6 +28,9 @@ struct DecodedNumbers {
   void Forget() {
     for (Entry& e : fields) e.known = false;
   }
+  void Forget(int fi) {
+    if (static_cast<size_t>(fi) < fields.size()) fields[static_cast<size_t>(fi)].known = false;
+  }
 };
 
 // A record changed by the booking in progress: its image as the booking
@@ -45,6 +48,8 @@ struct StagedRecord {
 // The bookings API's hold on a table while it takes part in one.
 struct TableBooking {
   std::map<long, StagedRecord> records;  // read or changed, by record number
+  long lastRec = 0;                      // the record asked for last, and
+  StagedRecord* last = nullptr;          // its entry (map entries stay put)
   long recordsAtStart = 0;
   long long sizeAtStart = 0;
   bool structural = false;  // appended, deleted or rekeyed
