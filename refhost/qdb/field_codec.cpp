@@ -72,38 +72,6 @@ constexpr double kExactPowers[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7
                                    1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
                                    1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
 
-// A checked number text of at most 15 significant digits and 22 decimals:
-// its digits make an integer a double holds exactly, and one division by
-// an exact power of ten rounds it as strtod does. False for any other
-// text, which strtod then reads.
-bool FastParse(const char* s, size_t len, FieldNumber* out) {
-  size_t i = 0;
-  const bool negative = s[0] == '-';
-  if (s[0] == '-' || s[0] == '+') ++i;
-  uint64_t mantissa = 0;
-  int significant = 0;
-  int decimals = 0;
-  bool point = false;
-  for (; i < len; ++i) {
-    if (s[i] == '.') {
-      point = true;
-      continue;
-    }
-    if (mantissa != 0 || s[i] != '0') ++significant;
-    if (significant > 15) return false;
-    mantissa = mantissa * 10 + static_cast<uint64_t>(s[i] - '0');
-    if (point) ++decimals;
-  }
-  if (decimals > 22) return false;
-  double value = static_cast<double>(mantissa) / kExactPowers[decimals];
-  if (negative) value = -value;
-  out->value = value == 0.0 ? 0.0 : value;
-  out->integral = !point;
-  out->whole = negative ? -static_cast<long long>(mantissa) : static_cast<long long>(mantissa);
-  out->wholeExact = !point;
-  return true;
-}
-
 }  // namespace
 
 bool ParseNumberText(const char* s, size_t len, FieldNumber* out) {
@@ -116,23 +84,41 @@ bool ParseNumberText(const char* s, size_t len, FieldNumber* out) {
     return true;
   }
   if (e - b > kLongestNumber) return false;
-  size_t i = b;
-  if (s[i] == '+' || s[i] == '-') ++i;
+  // One pass checks the text and gathers its digits. Up to 15 significant
+  // digits and 22 decimals make an integer a double holds exactly, and one
+  // division by an exact power of ten rounds it as strtod does; any other
+  // text is read by strtod.
+  const char* p = s + b;
+  const char* end = s + e;
+  const bool negative = *p == '-';
+  if (*p == '-' || *p == '+') ++p;
+  uint64_t mantissa = 0;
+  int significant = 0;
+  int decimals = 0;
+  bool point = false;
   bool digits = false;
-  while (i < e && IsDigit(s[i])) {
-    ++i;
-    digits = true;
-  }
-  if (i < e && s[i] == '.') {
-    out->integral = false;
-    ++i;
-    while (i < e && IsDigit(s[i])) {
-      ++i;
+  for (; p < end; ++p) {
+    const char c = *p;
+    if (IsDigit(c)) {
       digits = true;
+      if (mantissa != 0 || c != '0') ++significant;
+      if (significant <= 15) mantissa = mantissa * 10 + static_cast<uint64_t>(c - '0');
+      if (point) ++decimals;
+    } else if (c == '.' && !point) {
+      point = true;
+    } else {
+      return false;
     }
   }
-  if (!digits || i != e) return false;
-  if (FastParse(s + b, e - b, out)) return true;
+  if (!digits) return false;
+  out->integral = !point;
+  if (significant <= 15 && decimals <= 22) {
+    const double value = static_cast<double>(mantissa) / kExactPowers[decimals];
+    out->value = value == 0.0 ? 0.0 : (negative ? -value : value);
+    out->whole = negative ? -static_cast<long long>(mantissa) : static_cast<long long>(mantissa);
+    out->wholeExact = !point;
+    return true;
+  }
   char text[kLongestNumber + 1];
   memcpy(text, s + b, e - b);
   text[e - b] = '\0';

@@ -116,6 +116,31 @@ std::vector<Entry> ParseEntries(const std::string& bytes, long long base) {
   return entries;
 }
 
+// The file names the whole entries in bytes write to, each once: what a
+// checkpoint syncs. Only names are read, nothing is copied.
+std::vector<std::string> NamesOf(const std::string& bytes) {
+  std::vector<std::string> names;
+  const unsigned char* data = reinterpret_cast<const unsigned char*>(bytes.data());
+  size_t at = 0;
+  while (at + 16 <= bytes.size() && memcmp(data + at, kEntryMagic, 4) == 0) {
+    const size_t len = static_cast<size_t>(GetLittle(data + at + 4, 4));
+    if (len < 16 || at + len > bytes.size()) break;
+    const size_t count = static_cast<size_t>(GetLittle(data + at + 8, 4));
+    size_t p = at + 12;
+    for (size_t i = 0; i < count && p + 2 <= at + len; ++i) {
+      const size_t nameLen = static_cast<size_t>(GetLittle(data + p, 2));
+      if (p + 2 + nameLen + 20 > at + len) break;
+      const char* name = reinterpret_cast<const char*>(data + p + 2);
+      if (std::find(names.begin(), names.end(), std::string(name, nameLen)) == names.end()) {
+        names.emplace_back(name, nameLen);
+      }
+      p += 2 + nameLen + 20 + static_cast<size_t>(GetLittle(data + p + 2 + nameLen + 16, 4));
+    }
+    at += len;
+  }
+  return names;
+}
+
 std::string BuildEntry(const std::vector<JournalPart>& parts) {
   size_t size = 16;
   for (const JournalPart& part : parts) size += 22 + part.file.size() + part.bytes.size();
@@ -521,15 +546,7 @@ bool Journal::Checkpoint(std::string* why) {
     *why = SystemError("cannot read the journal " + Path());
     return false;
   }
-  std::vector<std::string> names;
-  for (const Entry& entry : ParseEntries(bytes, kHeaderSize)) {
-    for (const JournalPart& part : entry.parts) {
-      if (std::find(names.begin(), names.end(), part.file) == names.end()) {
-        names.push_back(part.file);
-      }
-    }
-  }
-  if (!SyncFiles(names, why)) return false;
+  if (!SyncFiles(NamesOf(bytes), why)) return false;
   applied_ = end_ = kHeaderSize;
   lastStart_ = -1;
   if (ftruncate(fd_, static_cast<off_t>(kHeaderSize)) != 0 || !WriteHeader() ||
