@@ -189,25 +189,33 @@ bool DecodeNumber(const DbfLayout& layout, const DbfField& f, const char* record
 
 namespace {
 
-// The digits of a whole number m with a decimal point before its last
-// `decimals` digits ("-1.250" for -1250 and 3).
-std::string FixedDigits(long long m, int decimals) {
-  char digits[24];
-  int n = 0;
+// Writes the digits of a whole number m, with a decimal point before its
+// last `decimals` digits ("-1.250" for -1250 and 3), so that they end right
+// before end; answers how many characters it wrote (at most 24).
+int FixedDigitsBefore(long long m, int decimals, char* end) {
+  char* p = end;
   unsigned long long u = m < 0 ? 0ULL - static_cast<unsigned long long>(m)
                                : static_cast<unsigned long long>(m);
+  int written = 0;
   do {
-    digits[n++] = static_cast<char>('0' + u % 10);
+    if (written == decimals && decimals > 0) *--p = '.';
+    *--p = static_cast<char>('0' + u % 10);
     u /= 10;
-  } while (u != 0 || n <= decimals);
-  std::string text;
-  text.reserve(static_cast<size_t>(n) + 2);
-  if (m < 0) text.push_back('-');
-  for (int k = n - 1; k >= 0; --k) {
-    text.push_back(digits[k]);
-    if (k == decimals && decimals > 0) text.push_back('.');
-  }
-  return text;
+    ++written;
+  } while (u != 0 || written <= decimals);
+  if (m < 0) *--p = '-';
+  return static_cast<int>(end - p);
+}
+
+// The units of the last decimal of v (v rounded half away from zero to the
+// decimals, times 10^decimals) when they are a whole number well within a
+// double's exact integers: then their digits are what "%.*f" prints.
+bool WholeUnits(double v, int decimals, long long* units) {
+  if (decimals < 0 || decimals > 15) return false;
+  const double u = RoundAway(v * kExactPowers[decimals]);
+  if (!(fabs(u) < 1125899906842624.0)) return false;  // 2^50
+  *units = static_cast<long long>(u);
+  return true;
 }
 
 }  // namespace
@@ -215,12 +223,12 @@ std::string FixedDigits(long long m, int decimals) {
 std::string FormatFixed(double v, int decimals) {
   if (!isfinite(v)) return std::string();
   const double p = decimals >= 0 && decimals <= 22 ? kExactPowers[decimals] : pow(10.0, decimals);
-  // A value that is a whole number of units of the last decimal well within
-  // a double's exact integers prints as that number's digits: what "%.*f"
-  // prints of it, without the cost.
-  const double units = RoundAway(v * p);
-  if (decimals <= 15 && fabs(units) < 1125899906842624.0) {  // 2^50
-    return FixedDigits(static_cast<long long>(units), decimals);
+  // The digits of the whole units: what "%.*f" prints, without its cost.
+  long long units = 0;
+  if (WholeUnits(v, decimals, &units)) {
+    char buf[32];
+    const int n = FixedDigitsBefore(units, decimals, buf + sizeof buf);
+    return std::string(buf + sizeof buf - n, static_cast<size_t>(n));
   }
   if (fabs(v * p) < 4503599627370496.0) v = RoundAway(v * p) / p;
   if (v == 0.0) v = 0.0;  // no negative zero
@@ -236,7 +244,18 @@ std::string FormatFixed(double v, int decimals) {
 bool EncodeNumber(const DbfField& f, double v, std::string* bytes) {
   if (!isfinite(v)) return false;
   switch (f.type) {
-    case 'N': case 'F': return RightAligned(FormatFixed(v, f.decimals), f.width, bytes);
+    case 'N': case 'F': {
+      long long units = 0;
+      if (WholeUnits(v, f.decimals, &units)) {
+        char buf[32];
+        const int n = FixedDigitsBefore(units, f.decimals, buf + sizeof buf);
+        if (n > f.width) return false;
+        bytes->assign(static_cast<size_t>(f.width - n), ' ');
+        bytes->append(buf + sizeof buf - n, static_cast<size_t>(n));
+        return true;
+      }
+      return RightAligned(FormatFixed(v, f.decimals), f.width, bytes);
+    }
     case 'C': return RightAligned(FormatShortest(v), f.width, bytes);
     case 'I': {
       const double r = RoundAway(v);
