@@ -33,26 +33,25 @@ void Collect(const char* text) {
 }
 }  // namespace
 
-TraceCapture::TraceCapture() {
-  g_messages = new std::vector<std::string>();
+TraceCapture::TraceCapture() : previous_(g_messages) {
+  g_messages = &messages_;
   TarvoTraceSetHook(Collect);
 }
 
 TraceCapture::~TraceCapture() {
-  TarvoTraceSetHook(nullptr);
-  delete g_messages;
-  g_messages = nullptr;
+  g_messages = previous_;
+  if (previous_ == nullptr) TarvoTraceSetHook(nullptr);
 }
 
 std::string TraceCapture::text() const {
   std::string all;
-  for (const std::string& m : *g_messages) all += m;
+  for (const std::string& m : messages_) all += m;
   return all;
 }
 
-std::vector<std::string> TraceCapture::messages() const { return *g_messages; }
+std::vector<std::string> TraceCapture::messages() const { return messages_; }
 
-void TraceCapture::clear() { g_messages->clear(); }
+void TraceCapture::clear() { messages_.clear(); }
 
 ScopedEnv::ScopedEnv(const std::string& name, const char* value) : name_(name) {
   const char* old = getenv(name.c_str());

@@ -37,6 +37,12 @@ class TraceCapture {
   // The messages one by one.
   std::vector<std::string> messages() const;
   void clear();
+
+ private:
+  // While a capture lives, messages go to it alone; a nested capture takes
+  // them over and hands them back to this one when it ends.
+  std::vector<std::string> messages_;
+  std::vector<std::string>* previous_;
 };
 
 // Sets (or, with a null value, unsets) an environment variable and restores
