@@ -263,6 +263,54 @@ TEST_F(BookingFaults, PowerCutAfterABookingIsRepairedFromTheJournal) {
   EXPECT_EQ(64u, ReadFile(journal).size());
 }
 
+// A journal that cannot be read while a booking waits in it to be
+// completed: the open fails, and the booking stays in the journal for the
+// next process, which completes it. A failed read is never taken for an
+// empty or damaged journal (that would drop the booking).
+TEST_F(BookingFaults, FailedReadOfAWaitingJournalKeepsTheBooking) {
+  // A booking made, then the tables as they were before it and the
+  // journal's applied mark moved back before its entry: a process killed
+  // in the middle of writing the tables, in this boot.
+  const auto waiting = [&]() {
+    TempDir* dir = Fresh();
+    EXPECT_EQ(1, Book(dir->path()));
+    for (const char* name : {"a.dbf", "b.dbf"}) {
+      WriteFile(dir->file(name), ReadFile(pristine_.file(name)));
+    }
+    EXPECT_EQ(0, qtest::RunPython(
+                     "import zlib, struct\n"
+                     "p = " + qtest::PyQuote(dir->file("qslave.jnl")) + "\n"
+                     "h = bytearray(open(p, 'rb').read())\n"
+                     "assert len(h) > 64\n"
+                     "h[44:52] = struct.pack('<Q', 64)\n"
+                     "h[60:64] = struct.pack('<I', zlib.crc32(bytes(h[:60])) & 0xffffffff)\n"
+                     "open(p, 'wb').write(h)\n"));
+    return dir;
+  };
+  faults::Plan plan;
+  plan.ops = faults::kRead;
+  TempDir* counting = waiting();
+  plan.match = counting->file("qslave.jnl");
+  faults::Arm(plan);
+  EXPECT_EQ(kBooked, StateOf(counting->path()));
+  const long calls = faults::Count();
+  faults::Disarm();
+  ASSERT_GT(calls, 1) << "the header and the entries are read";
+  for (long n = 1; n <= calls; ++n) {
+    TempDir* dir = waiting();
+    plan.match = dir->file("qslave.jnl");
+    plan.failAt = n;
+    TraceCapture trace;
+    faults::Arm(plan);
+    const State faulted = StateOf(dir->path());
+    faults::Disarm();
+    EXPECT_NE(kUntouched, faulted) << "read " << n << " of the journal failing\n"
+                                   << trace.text();
+    EXPECT_EQ(kBooked, StateOf(dir->path())) << "read " << n << " of the journal failing\n"
+                                             << trace.text();
+  }
+}
+
 // A file size limit stands in for a full disk (no root needed): the
 // booking's append, or its journal entry, does not fit.
 TEST_F(BookingFaults, FileSizeLimitFailsTheBookingCleanly) {

@@ -381,12 +381,14 @@ bool Journal::WriteHeader() {
   return WriteFully(fd_, head, sizeof head, 0);
 }
 
-long long Journal::ScanEntries(long long from, long long size) {
-  if (size <= from) return from;
+bool Journal::ScanEntries(long long from, long long size, long long* end) {
+  *end = from;
+  if (size <= from) return true;
   std::string bytes(static_cast<size_t>(size - from), '\0');
-  if (!ReadFully(fd_, &bytes[0], bytes.size(), from)) return from;
+  if (!ReadFully(fd_, &bytes[0], bytes.size(), from)) return false;
   const std::vector<Entry> entries = ParseEntries(bytes, from);
-  return entries.empty() ? from : entries.back().end;
+  if (!entries.empty()) *end = entries.back().end;
+  return true;
 }
 
 bool Journal::Recover(std::string* why) {
@@ -396,9 +398,14 @@ bool Journal::Recover(std::string* why) {
     return false;
   }
   const long long size = static_cast<long long>(st.st_size);
+  // A header or entries that cannot be read leave the journal as it is:
+  // taken for a damaged or empty one, a waiting booking would be dropped.
   unsigned char head[kHeaderSize] = {};
-  bool valid = size >= kHeaderSize && ReadFully(fd_, head, sizeof head, 0) &&
-               memcmp(head, kHeaderMagic, 8) == 0 &&
+  if (size >= kHeaderSize && !ReadFully(fd_, head, sizeof head, 0)) {
+    *why = SystemError("cannot read the journal " + Path());
+    return false;
+  }
+  bool valid = size >= kHeaderSize && memcmp(head, kHeaderMagic, 8) == 0 &&
                Crc32(head, kHeaderSize - 4) == static_cast<uint32_t>(GetLittle(head + 60, 4));
   changes_ = valid ? GetLittle(head + 52, 8) : 0;
   const bool sameBoot =
@@ -416,7 +423,10 @@ bool Journal::Recover(std::string* why) {
     applied_ = end_ = size;
     return true;
   }
-  end_ = ScanEntries(from, size);
+  if (!ScanEntries(from, size, &end_)) {
+    *why = SystemError("cannot read the journal " + Path());
+    return false;
+  }
   // What follows the last whole entry never became durable.
   if (end_ < size && ftruncate(fd_, static_cast<off_t>(end_)) != 0) {
     *why = SystemError("cannot drop an unfinished entry of " + Path());
@@ -425,8 +435,10 @@ bool Journal::Recover(std::string* why) {
   std::vector<std::string> written;
   if (from < end_) {
     if (!Replay(from, end_, &written, why) || !SyncFiles(written, why)) return false;
-    TarvoTrace("\nQdbase: %s: completed %s interrupted booking(s)", Path().c_str(),
-               sameBoot ? "an" : "the last checkpoint's");
+    // Bookings are serialised and every lock completes what it finds first,
+    // so in the same boot only the last booking can have been interrupted.
+    TarvoTrace("\nQdbase: %s: completed %s", Path().c_str(),
+               sameBoot ? "an interrupted booking" : "the bookings since the last checkpoint");
     ++changes_;
   }
   applied_ = end_;

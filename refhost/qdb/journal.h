@@ -110,8 +110,9 @@ class Journal {
   // files that were written.
   bool Replay(long long from, long long to, std::vector<std::string>* written, std::string* why);
   bool SyncFiles(const std::vector<std::string>& names, std::string* why);
-  // The end of the whole, valid entries from `from` on.
-  long long ScanEntries(long long from, long long size);
+  // *end gets the end of the whole, valid entries from `from` on; false
+  // when the journal cannot be read (never taken for an empty journal).
+  bool ScanEntries(long long from, long long size, long long* end);
 
   std::string dir_;
   int fd_ = -1;
