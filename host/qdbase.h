@@ -230,6 +230,12 @@ class Qdbase {
   // rewrote a key). A caller that keeps record numbers compares it.
   long Generation() const;
 
+  // How many calls on this table have failed for want of the file (a read
+  // or write the disk refused) or of memory. A caller that must tell "no
+  // such record" from "the record could not be read" compares it before
+  // and after.
+  unsigned long FailedCalls() const;
+
   struct Impl;
 
  private:

@@ -18,6 +18,7 @@ packages=(
   chromium fonts-dejavu-core python3-websocket  # the page test drives headless chromium
   dpkg-dev file         # cpack -G DEB and the package test (dpkg -x)
   man-db                # the manual page test reads qslave.1 with man
+  strace                # the system-call fault sweeps of the tool
 )
 
 missing=()

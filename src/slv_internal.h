@@ -166,10 +166,14 @@ bool SlvReadNumber(Qdbase* table, const char* field, long* value);
 bool SlvBookLevels(slave* s, SlvBooking* booking, int n, int* tanks, double* qnts);
 
 // Reads the tank map (m_NumTanks, m_TankRecNo, m_TankCntId) of s's
-// dispenser from the tank table. False after an allocation failure (traced
-// by the caller).
-bool SlvLoadTankMap(slave* s, Qdbase* tanks);
-// Reads the tank map again when the tank table was read again since.
-void SlvKeepTankMapCurrent(slave* s);
+// dispenser from the tank table. kNoMemory after an allocation failure
+// (traced by the caller); kUnreadable when a tank record could not be read
+// (traced by the table): a map with a circuit missing is never used.
+enum class SlvTankMapLoad { kLoaded, kNoMemory, kUnreadable };
+SlvTankMapLoad SlvLoadTankMap(slave* s, Qdbase* tanks);
+// Reads the tank map again when the tank table was read again since. False
+// when it could not be read: the map is then empty, and read again at the
+// next call.
+bool SlvKeepTankMapCurrent(slave* s);
 
 #endif

@@ -201,10 +201,24 @@ int slave::SetLevelMax() try {
     TarvoTrace("\n%s (%d) failure writing in TANKS database", kSource, __LINE__);
     return 0;
   }
+  // The tank map is read again when the lock found the table changed; a
+  // map that cannot be read leaves no circuit to fill, which is no refill.
+  if (!SlvKeepTankMapCurrent(this)) {
+    TarvoTrace("\n%s (%d) failure reading TANKS database", kSource, __LINE__);
+    return 0;
+  }
+  // A circuit without a tank record is skipped. One whose maximum cannot be
+  // read, or whose level cannot be written, fails the whole refill: taken
+  // as 0 it would book a full tank empty, and a refill reported done must
+  // have reached every circuit.
   for (int circuit = 1; circuit <= m_NumTanks; ++circuit) {
+    if (m_TankRecNo == nullptr || m_TankRecNo[circuit - 1] < 1) continue;
     double max = 0.0;
-    TankQnts(circuit, nullptr, nullptr, &max);
-    change_level(circuit, max, 0, 0);
+    if (TankQnts(circuit, nullptr, nullptr, &max) != 1) {
+      TarvoTrace("\n%s (%d) TankQnts() failure", kSource, __LINE__);
+      return 0;
+    }
+    if (change_level(circuit, max, 0, 0) != 1) return 0;
   }
   if (m_NumTanks >= 1 && !booking.Commit()) {
     TarvoTrace("\n%s (%d) failure writing in TANKS database", kSource, __LINE__);

@@ -74,9 +74,20 @@ int HighestTank(Qdbase* tanks, long id) {
   return tank;
 }
 
+// Leaves s with no tank map, to be read again at its next call.
+SlvTankMapLoad ForgetTankMap(slave* s) {
+  free(s->m_TankRecNo);
+  free(s->m_TankCntId);
+  s->m_TankRecNo = nullptr;
+  s->m_TankCntId = nullptr;
+  s->m_NumTanks = 0;
+  if (s->m_State != nullptr) s->m_State->tankGeneration = -1;
+  return SlvTankMapLoad::kUnreadable;
+}
+
 }  // namespace
 
-bool SlvLoadTankMap(slave* s, Qdbase* tanks) {
+SlvTankMapLoad SlvLoadTankMap(slave* s, Qdbase* tanks) {
   free(s->m_TankRecNo);
   free(s->m_TankCntId);
   s->m_TankRecNo = nullptr;
@@ -86,13 +97,15 @@ bool SlvLoadTankMap(slave* s, Qdbase* tanks) {
     s->m_State->tankGeneration = tanks->Generation();
     s->m_State->tanksOfArray = nullptr;  // the arrays are made anew
   }
+  const unsigned long failedBefore = tanks->FailedCalls();
   const long id = s->m_DispId;
   const int highest = HighestTank(tanks, id);
-  if (highest < 1) return true;
+  if (tanks->FailedCalls() != failedBefore) return ForgetTankMap(s);
+  if (highest < 1) return SlvTankMapLoad::kLoaded;
   s->m_NumTanks = highest;
   s->m_TankRecNo = static_cast<long*>(calloc(static_cast<size_t>(highest), sizeof(long)));
   s->m_TankCntId = static_cast<long*>(calloc(static_cast<size_t>(highest), sizeof(long)));
-  if (s->m_TankRecNo == nullptr || s->m_TankCntId == nullptr) return false;
+  if (s->m_TankRecNo == nullptr || s->m_TankCntId == nullptr) return SlvTankMapLoad::kNoMemory;
   // Walk back from the highest tank over the dispenser's records.
   const int savedIdx = tanks->CurrentIdx();
   tanks->SelectIdx(2);
@@ -107,27 +120,28 @@ bool SlvLoadTankMap(slave* s, Qdbase* tanks) {
     }
   }
   tanks->SelectIdx(savedIdx);
+  // A record the disk would not give back ended the walk early: the
+  // circuits below it would look as if they had no tank.
+  if (tanks->FailedCalls() != failedBefore) return ForgetTankMap(s);
   // Each colourant's tanks, known from the start.
   std::vector<int> scratch;
   SlvTanksOf(s, 0, &scratch);
-  return true;
+  return SlvTankMapLoad::kLoaded;
 }
 
-void SlvKeepTankMapCurrent(slave* s) {
+bool SlvKeepTankMapCurrent(slave* s) {
   Qdbase* tanks = SlvTankTable();
-  if (tanks == nullptr || s->m_DispId < 1 || s->m_State == nullptr) return;
-  if (tanks->Generation() == s->m_State->tankGeneration) return;
+  if (tanks == nullptr || s->m_DispId < 1 || s->m_State == nullptr) return true;
+  if (tanks->Generation() == s->m_State->tankGeneration) return true;
   // Another process changed the tank table's records (added, removed or
   // packed tanks): the record numbers of the map may name other tanks now.
-  if (!SlvLoadTankMap(s, tanks)) {
+  const SlvTankMapLoad load = SlvLoadTankMap(s, tanks);
+  if (load == SlvTankMapLoad::kNoMemory) {
     TarvoTrace("%s(%d): memory alloc error", kSource, __LINE__);
-    free(s->m_TankRecNo);
-    free(s->m_TankCntId);
-    s->m_TankRecNo = nullptr;
-    s->m_TankCntId = nullptr;
-    s->m_NumTanks = 0;
+    ForgetTankMap(s);
   }
   if (s->m_Dsp != nullptr && s->m_Dsp->GetType(0, 0) != 9) s->m_NumCircuits = s->m_NumTanks;
+  return load == SlvTankMapLoad::kLoaded;
 }
 
 int slave::Set(long id) try {
@@ -172,8 +186,17 @@ int slave::Set(long id) try {
     ConfigureSerialLine(this, communic);
   }
 
-  if (tanks != nullptr && id >= 1 && !SlvLoadTankMap(this, tanks)) {
+  const SlvTankMapLoad load =
+      tanks != nullptr && id >= 1 ? SlvLoadTankMap(this, tanks) : SlvTankMapLoad::kLoaded;
+  if (load == SlvTankMapLoad::kNoMemory) {
     TarvoTrace("%s(%d): memory alloc error", kSource, __LINE__);
+    clean();
+    return 0;
+  }
+  // A dispenser whose tanks cannot all be read is not selected: a circuit
+  // missing from its map would take no bookings.
+  if (load == SlvTankMapLoad::kUnreadable) {
+    TarvoTrace("%s(%d): the tank records cannot be read", kSource, __LINE__);
     clean();
     return 0;
   }

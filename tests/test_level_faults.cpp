@@ -336,3 +336,49 @@ TEST_F(LevelFaults, SwitchOfLinkedTanksAndItsWrite) {
 }
 
 }  // namespace
+
+namespace {
+
+// A dispenser is selected with every tank of its map, or not at all: a
+// tank record the disk would not give back never leaves a circuit looking
+// as if it had no tank (a refill would pass it over and say done).
+TEST_F(LevelFaults, SelectionUnderReadFaultsKeepsNoPartialTankMap) {
+  TempDir* counting = Fresh();
+  qtest::ScopedEnv data("QSLAVE_DATA", counting->path().c_str());
+  faults::Plan plan;
+  plan.match = counting->path() + "/";
+  plan.ops = faults::kRead;
+  faults::Arm(plan);
+  {
+    slave s(1);
+    ASSERT_EQ(22, s.m_NumTanks);
+  }
+  const long calls = faults::Count();
+  faults::Disarm();
+  ASSERT_GT(calls, 3);
+  int refused = 0;
+  for (long n = 1; n <= calls; ++n) {
+    TempDir* dir = Fresh();
+    qtest::ScopedEnv here("QSLAVE_DATA", dir->path().c_str());
+    plan.match = dir->path() + "/";
+    plan.failAt = n;
+    TraceCapture trace;
+    faults::Arm(plan);
+    slave s(1);
+    faults::Disarm();
+    if (s.m_DispId != 1) {
+      ++refused;
+      EXPECT_NE(std::string::npos, trace.text().find(dir->path() + "/")) << trace.text();
+      continue;
+    }
+    ASSERT_EQ(22, s.m_NumTanks) << "read " << n << " of " << calls << " failing\n"
+                                << trace.text();
+    for (int t = 0; t < 22; ++t) {
+      EXPECT_GE(s.m_TankRecNo[t], 1) << "tank " << t + 1 << ", read " << n << " failing\n"
+                                     << trace.text();
+    }
+  }
+  EXPECT_GT(refused, 0) << "the faults reached the selection";
+}
+
+}  // namespace

@@ -751,11 +751,36 @@ TEST_F(Levels, SetLevelMaxWithClosedTablesTracesNothing) {
   EXPECT_EQ(qtest::CountPrefix(trace_.messages(), "\nslv_lev"), 0) << trace_.text();
 }
 
-TEST_F(Levels, SetLevelMaxIgnoresFailures) {
+// A refill the tables refuse is not reported done.
+TEST_F(Levels, SetLevelMaxRefusedByTheTablesFailsAndBooksNothing) {
   MakeReadOnly(QDB_SCHEMA_TANKS);
   slave s(1);
-  EXPECT_EQ(s.SetLevelMax(), 1);
+  trace_.clear();
+  EXPECT_EQ(s.SetLevelMax(), 0);
   EXPECT_EQ(TankLevelsOnDisk(), kStart);
+  EXPECT_EQ(CisternLevelsOnDisk(), kCisterns);
+  EXPECT_GE(qtest::CountPrefix(trace_.messages(), "\nslv_lev"), 1) << trace_.text();
+}
+
+// A circuit whose maximum cannot be read (its tank names a cistern that is
+// not there, written by another program while the dispenser is selected)
+// is never filled to 0 nor skipped: the refill fails whole.
+TEST_F(Levels, SetLevelMaxWithAnUnreadableMaximumBooksNothing) {
+  slave s(1);
+  ASSERT_EQ(0, qtest::RunPython("import dbf\n"
+                                "t = dbf.Table(" + qtest::PyQuote(tables_.FileOf(QDB_SCHEMA_TANKS)) +
+                                ")\n"
+                                "t.open(dbf.READ_WRITE)\n"
+                                "for r in t:\n"
+                                "    if r.tank == 4:\n"
+                                "        with r:\n"
+                                "            r.cist_id = '   99'\n"
+                                "t.close()\n"));
+  trace_.clear();
+  EXPECT_EQ(s.SetLevelMax(), 0);
+  EXPECT_EQ(Traced("TankQnts\\(\\) failure"), 1) << trace_.text();
+  EXPECT_EQ(TankLevelsOnDisk(), kStart);
+  EXPECT_EQ(CisternLevelsOnDisk(), kCisterns);
 }
 
 TEST(LevelsWithoutTanks, SetLevelMaxOfNoCircuitIsOne) {

@@ -772,6 +772,8 @@ char Qdbase::FieldType(const char* field) const {
 
 long Qdbase::Generation() const { return impl_->generation; }
 
+unsigned long Qdbase::FailedCalls() const { return impl_->ioErrors; }
+
 // --- Reads --------------------------------------------------------------------
 
 namespace {
