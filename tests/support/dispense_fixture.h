@@ -133,7 +133,6 @@ class DispenseEnv : public LibraryEnv {
     return out;
   }
 
- private:
   // Runs body once per record r of the file (indented as a statement of a
   // for loop), collecting "<key> <float repr>" lines in out.
   std::map<long, double> ReadColumn(const std::string& file, const std::string& body) {

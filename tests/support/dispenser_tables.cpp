@@ -51,6 +51,11 @@ class AppendTable {
   // An id as tables from the field store it in a text field: five
   // characters, right-aligned.
   void TextId(const char* field, long v) {
+    // A table written by another program may keep the id in a number field.
+    if (Has(field) && table_.FieldType(field) != 'C') {
+      Long(field, v);
+      return;
+    }
     char text[32];
     snprintf(text, sizeof text, "%5ld", v);
     String(field, text);
@@ -132,6 +137,21 @@ bool DispenserTables::RecreateWithWidths(
   for (QdbField& field : changed) {
     for (const auto& w : widths) {
       if (Upper(w.first) == Upper(field.name)) field.width = w.second;
+    }
+  }
+  Remove(table);
+  return Qdbase::Create(dir_.c_str(), QdbSchemaBaseName(table),
+                        static_cast<int>(changed.size()), changed.data()) == 1;
+}
+
+bool DispenserTables::RecreateWithFields(QdbSchemaTable table,
+                                         const std::vector<QdbField>& replaced) {
+  int count = 0;
+  const QdbField* fields = QdbSchemaFields(table, &count);
+  std::vector<QdbField> changed(fields, fields + count);
+  for (QdbField& field : changed) {
+    for (const QdbField& r : replaced) {
+      if (Upper(r.name) == Upper(field.name)) field = r;
     }
   }
   Remove(table);

@@ -112,6 +112,9 @@ class DispenserTables {
   // given fields narrowed or widened (e.g. OPTIONS only 4 characters wide).
   bool RecreateWithWidths(QdbSchemaTable table,
                           const std::map<std::string, int>& widths);
+  // The same with whole field descriptions (type, width, decimals) put in
+  // place of the reference ones of the same name (e.g. CIST_ID as N(10)).
+  bool RecreateWithFields(QdbSchemaTable table, const std::vector<QdbField>& fields);
 
   // Each returns the record number of the appended record (1-based), or 0
   // when the record could not be written. Fields the table lacks are left
