@@ -311,6 +311,53 @@ TEST_F(BookingFaults, FailedReadOfAWaitingJournalKeepsTheBooking) {
   }
 }
 
+// Entries that no booking writes (a part naming the journal itself, a
+// directory, a file that is not there, or starting past the end of its
+// table) are left out when the journal is replayed: the tables open and
+// hold the bookings, and nothing else in the directory is written.
+TEST_F(BookingFaults, ReplayWritesOnlyIntoTheTablesOfTheDirectory) {
+  TempDir* dir = Fresh();
+  ASSERT_EQ(1, Book(dir->path()));
+  const std::string tableBefore = ReadFile(dir->file("a.dbf"));
+  ASSERT_EQ(0, qtest::RunPython(
+                   "import os, struct, zlib\n"
+                   "d = " + qtest::PyQuote(dir->path()) + "\n"
+                   "def entry(parts):\n"
+                   "    body = struct.pack('<I', len(parts))\n"
+                   "    for name, inode, offset, data in parts:\n"
+                   "        body += struct.pack('<H', len(name)) + name\n"
+                   "        body += struct.pack('<QQI', inode, offset, len(data)) + data\n"
+                   "    head = b'QJE1' + struct.pack('<I', 8 + len(body) + 4)\n"
+                   "    e = head + body\n"
+                   "    return e + struct.pack('<I', zlib.crc32(e) & 0xffffffff)\n"
+                   "a = os.stat(d + '/a.dbf')\n"
+                   "j = os.stat(d + '/qslave.jnl')\n"
+                   "extra = entry([(b'qslave.jnl', j.st_ino, 0, b'XXXXXXXX'),\n"
+                   "               (b'..', 0, 0, b'X'), (b'gone.dbf', 1, 0, b'X'),\n"
+                   "               (b'a.dbf', a.st_ino, a.st_size + 1000, b'Z' * 10)])\n"
+                   "p = d + '/qslave.jnl'\n"
+                   "h = bytearray(open(p, 'rb').read())\n"
+                   "end = len(h)\n"
+                   "h += extra\n"
+                   "h[44:52] = struct.pack('<Q', end)\n"
+                   "h[60:64] = struct.pack('<I', zlib.crc32(bytes(h[:60])) & 0xffffffff)\n"
+                   "open(p, 'wb').write(h)\n"));
+  TraceCapture trace;
+  EXPECT_EQ(kBooked, StateOf(dir->path())) << trace.text();
+  EXPECT_EQ(ReadFile(dir->file("a.dbf")), tableBefore);
+  EXPECT_NE(access(dir->file("gone.dbf").c_str(), F_OK), 0);
+  const std::string text = trace.text();
+  EXPECT_NE(text.find("a journalled write to \"qslave.jnl\" was not made: not a table"),
+            std::string::npos) << text;
+  EXPECT_NE(text.find("a journalled write to \"..\" was not made: not a table"),
+            std::string::npos) << text;
+  EXPECT_NE(text.find("gone.dbf: a journalled write was not made: the file is gone"),
+            std::string::npos) << text;
+  EXPECT_NE(text.find("a.dbf: a journalled write past the end of the file was not made"),
+            std::string::npos) << text;
+  EXPECT_EQ(std::vector<int>{1}, StatesByDbfread({dir->path()}));
+}
+
 // A file size limit stands in for a full disk (no root needed): the
 // booking's append, or its journal entry, does not fit.
 TEST_F(BookingFaults, FileSizeLimitFailsTheBookingCleanly) {

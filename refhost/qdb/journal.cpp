@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <stdint.h>
 #include <string.h>
+#include <strings.h>
 #include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
@@ -11,6 +12,7 @@
 #include <algorithm>
 #include <chrono>
 #include <map>
+#include <set>
 
 #include "host/qdsp32.h"
 
@@ -177,6 +179,16 @@ std::string BuildEntry(const std::vector<JournalPart>& parts) {
 }
 
 std::string SystemError(const std::string& what) { return what + ": " + strerror(errno); }
+
+// A name the journal may write to: a dBase table of the directory itself.
+bool IsTableName(const std::string& name) {
+  if (name.size() < 5 || name[0] == '.' || name.find('/') != std::string::npos ||
+      name.find('\0') != std::string::npos) {
+    return false;
+  }
+  const std::string ext = name.substr(name.size() - 4);
+  return strcasecmp(ext.c_str(), ".dbf") == 0;
+}
 
 // Puts a reason in *why without ever failing its caller: a reason that
 // cannot be had for want of memory is a shorter one.
@@ -468,13 +480,30 @@ bool Journal::Replay(long long from, long long to, std::vector<std::string>* wri
     return false;
   }
   std::map<std::string, int> files;
+  std::set<std::string> gone;
   bool ok = true;
   for (const Entry& entry : ParseEntries(bytes, from)) {
     for (const JournalPart& part : entry.parts) {
       const std::string path = dir_ + "/" + part.file;
+      // Only the tables of this directory are ever written: a part naming
+      // anything else (the journal itself, a directory, another file) was
+      // not written by a booking and is left out.
+      if (!IsTableName(part.file)) {
+        TarvoTrace("\nQdbase: %s: a journalled write to \"%s\" was not made: not a table",
+                   Path().c_str(), part.file.c_str());
+        continue;
+      }
       auto it = files.find(part.file);
       if (it == files.end()) {
-        it = files.emplace(part.file, open(path.c_str(), O_RDWR | O_CLOEXEC)).first;
+        const int fd = open(path.c_str(), O_RDWR | O_CLOEXEC);
+        if (fd < 0 && errno == ENOENT) gone.insert(part.file);
+        it = files.emplace(part.file, fd).first;
+      }
+      if (gone.count(part.file) != 0) {
+        // A table removed since has nothing left to complete.
+        TarvoTrace("\nQdbase: %s: a journalled write was not made: the file is gone",
+                   path.c_str());
+        continue;
       }
       struct stat st;
       if (it->second < 0 || fstat(it->second, &st) != 0) {
@@ -486,6 +515,15 @@ bool Journal::Replay(long long from, long long to, std::vector<std::string>* wri
         // The file was replaced since (packed by another program): the
         // entry's offsets mean nothing in the new file.
         TarvoTrace("\nQdbase: %s: a journalled write was not made: the file was replaced",
+                   path.c_str());
+        continue;
+      }
+      // A booking writes in place or appends at the end; the parts of an
+      // entry are written in order, so each starts within the file as the
+      // parts before it left it. One beyond would leave a hole (or a huge
+      // sparse file) and is no booking's.
+      if (part.offset > static_cast<long long>(st.st_size)) {
+        TarvoTrace("\nQdbase: %s: a journalled write past the end of the file was not made",
                    path.c_str());
         continue;
       }
