@@ -19,6 +19,7 @@ packages=(
   dpkg-dev file         # cpack -G DEB and the package test (dpkg -x)
   man-db                # the manual page test reads qslave.1 with man
   strace                # the system-call fault sweeps of the tool
+  zlib1g-dev            # checksums of the journal fuzz target's entries
 )
 
 missing=()

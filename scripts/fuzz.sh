@@ -21,7 +21,7 @@ build=build-fuzz
 targets=("$@")
 if [ ${#targets[@]} -eq 0 ]; then
   targets=(fuzz_formula fuzz_reports fuzz_sendcommand fuzz_dispenser_record
-           fuzz_tank_records fuzz_dbf fuzz_sim_rules)
+           fuzz_tank_records fuzz_dbf fuzz_sim_rules fuzz_journal fuzz_dialects)
 fi
 
 cmake -S . -B "$build" -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \

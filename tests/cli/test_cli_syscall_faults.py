@@ -86,9 +86,11 @@ class SyscallFaults(CliTest):
         after = tables_digest(clean)
         self.assertNotEqual(before, after, "the operation books something")
         failures = 0
+        injected = 0
         for syscall, error in FAULTS:
             calls = self.traced(self.copy("count"), args, syscall)[1]
             for n in range(1, calls + 1):
+                injected += 1
                 directory = self.copy("run")
                 completed, _ = self.traced(directory, args, syscall, (syscall, error, n))
                 what = "%s %s, call %d of %d failing: exit %d\n%s" % (
@@ -107,6 +109,8 @@ class SyscallFaults(CliTest):
                     self.assertEqual(seen_by_library, before, what)
                     self.assertIn(directory + "/", completed.stderr, what)
         self.assertGreater(failures, 5, "the faults reached the operation")
+        sys.stderr.write("%s: %d faults injected, %d answered failure, none lost\n"
+                         % (" ".join(args), injected, failures))
 
     def test_dispense_on_linked_tanks(self):
         self.sweep(["dispense", "(3:10.000)(1:120.000)"])
