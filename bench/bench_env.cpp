@@ -63,13 +63,13 @@ std::string Communic() {
   return text + "    2.500";
 }
 
-void AddDispenser(Writer& w, long id, const char* descr) {
+void AddDispenser(Writer& w, long id, const char* descr, const char* hideId = "ZARVO") {
   w.Append();
   w.Long("ID", id);
   w.Long("SLAVE", id % 100);
   w.Text("DESCR", descr);
   w.Text("OPTIONS", std::string(32, '0'));
-  w.Text("HIDE_ID", "ZARVO");
+  w.Text("HIDE_ID", hideId);
   w.Text("COMMUNIC", Communic());
   w.Double("THRESHOLD", 0.5);
 }
@@ -115,10 +115,13 @@ void Env::BuildTables() {
   const int savedFlush = Qdbase::FlushGet();
   Qdbase::FlushSet(0);
   {
+    // The dispense dispenser is the fifth record, as a shop's is not always
+    // the first: a search from the top passes four others.
     Writer disps(dir_, QDB_SCHEMA_DISPS);
-    AddDispenser(disps, kDispenseId, "Dispense, 64 circuits");
     AddDispenser(disps, kSplitId, "Split kinds");
     for (long id : kGrowthIds) AddDispenser(disps, id, "Growth");
+    AddDispenser(disps, kDispenseId, "Dispense, 64 circuits");
+    for (long id : kDriverLevelIds) AddDispenser(disps, id, "Driver-kept levels", "LIQON");
   }
   {
     Writer tanks(dir_, QDB_SCHEMA_TANKS);
@@ -145,6 +148,9 @@ void Env::BuildTables() {
     }
     for (long id : kGrowthIds) {
       for (int t = 1; t <= id; ++t) add(Plain(id, t, t));
+    }
+    for (long id : kDriverLevelIds) {
+      for (int t = 1; t <= CircuitsOf(id); ++t) add(Plain(id, t, t));
     }
   }
   {
@@ -191,12 +197,9 @@ Env::Env() {
   BuildTables();
 
   std::filesystem::copy_file(dir_ + "/tanks.dbf", floorDir_ + "/tanks.dbf");
-  floorTanks_ = DBFOpen((floorDir_ + "/tanks.dbf").c_str(), "rb+");
-  if (floorTanks_ == nullptr) Die("shapelib cannot open the floor's tank table");
 }
 
 Env::~Env() {
-  if (floorTanks_ != nullptr) DBFClose(floorTanks_);
   if (serverPid_ > 0) {
     kill(serverPid_, SIGTERM);
     int status = 0;
@@ -204,12 +207,6 @@ Env::~Env() {
   }
   std::error_code ignored;
   std::filesystem::remove_all(dir_, ignored);
-}
-
-int Env::field(const char* name) const {
-  const int i = DBFGetFieldIndex(floorTanks_, name);
-  if (i < 0) Die(std::string("the floor's tank table has no field ") + name);
-  return i;
 }
 
 std::vector<long> Env::TankRecords(long dispId) const {

@@ -1,6 +1,6 @@
 // The world the benchmarks run in: configuration and colourant tables on
 // disk in a temporary directory, the library pointed at it, a purge server
-// on a loopback port, and the shapelib handles the floor benchmarks use.
+// on a loopback port, and a copy of the tank table for the floors.
 #ifndef QSLAVE_BENCH_ENV_H
 #define QSLAVE_BENCH_ENV_H
 
@@ -8,8 +8,6 @@
 
 #include <string>
 #include <vector>
-
-#include <shapefil.h>
 
 namespace qbench {
 
@@ -21,6 +19,10 @@ enum : long {
 };
 constexpr int kDispenseCircuits = 64;
 constexpr long kGrowthIds[] = {16, 128, 999};
+// Dispensers whose driver keeps the levels (type 7, LIQON): 1000 + N has N
+// circuits, tank t holding colourant t.
+constexpr long kDriverLevelIds[] = {1016, 1128, 1999};
+constexpr int CircuitsOf(long id) { return static_cast<int>(id >= 1000 ? id - 1000 : id); }
 // Colourant ids of the split dispenser: single tanks from 101, pairs of
 // independent tanks from 201, linked pairs (a master and a secondary fed by
 // one cistern) from 301; 40 of each.
@@ -51,10 +53,9 @@ class Env {
   // use. 0 when it could not be started.
   int PurgeServerPort();
 
-  // A copy of the tank table, opened with shapelib alone, for the floors;
-  // record numbers are those of the library's table.
-  DBFHandle floor_tanks() const { return floorTanks_; }
-  int field(const char* name) const;  // field index in floor_tanks()
+  // A directory holding a copy of the tank table, for the floors; record
+  // numbers are those of the library's table.
+  const std::string& floor_dir() const { return floorDir_; }
 
   // Record numbers (1-based) of the tank records of a dispenser, by tank.
   std::vector<long> TankRecords(long dispId) const;
@@ -63,7 +64,6 @@ class Env {
   void BuildTables();
   std::string dir_;
   std::string floorDir_;
-  DBFHandle floorTanks_ = nullptr;
   pid_t serverPid_ = -1;
   int serverPort_ = 0;
   std::vector<std::pair<long, int>> tankKeys_;  // (disp, tank) per record

@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "bench_env.h"
+#include "floor.h"
 #include "host/qdsp32.h"
 #include "refhost/dispenser/simulated_dispenser.h"
 #include "slave.h"
@@ -38,6 +39,7 @@ struct Slaves {
   std::unique_ptr<slave> dispense;
   std::unique_ptr<slave> split;
   std::map<long, std::unique_ptr<slave>> growth;
+  std::map<long, std::unique_ptr<slave>> driverLevels;
 };
 
 Slaves* g_slaves = nullptr;
@@ -49,6 +51,10 @@ Slaves& TheSlaves() {
     g_slaves->dispense.reset(new slave(qbench::kDispenseId));
     g_slaves->split.reset(new slave(qbench::kSplitId));
     for (long id : qbench::kGrowthIds) g_slaves->growth[id].reset(new slave(id));
+    for (long id : qbench::kDriverLevelIds) {
+      g_slaves->driverLevels[id].reset(new slave(id));
+      g_slaves->driverLevels[id]->m_PurgeSrvOff = 1;
+    }
     if (g_slaves->dispense->m_NumTanks != qbench::kDispenseCircuits) {
       fprintf(stderr, "qslave_bench: the dispense dispenser has %d circuits\n",
               g_slaves->dispense->m_NumTanks);
@@ -120,16 +126,12 @@ void BM_Dispense(benchmark::State& state) {
 }
 BENCHMARK(BM_Dispense)->ArgName("purge")->Arg(0)->Arg(1);
 
-// The floor of a dispense: for each colourant's tank, read the quantities
-// the split and the level check need, write the new level and flush; send
-// the command to the driver; tell the purge server.
+// The floor of a dispense: the booking of the 12 tanks' levels (see
+// floor.h), the command sent to a driver of the same type, and the purge
+// server told.
 struct DispenseFloor {
-  DBFHandle h = TheEnv().floor_tanks();
-  int cur = TheEnv().field("CUR_Q");
-  int res = TheEnv().field("RES_Q");
-  int max = TheEnv().field("MAX_Q");
-  int threshold = TheEnv().field("THRESHOLD");
-  std::vector<int> records;  // 0-based shapelib record numbers
+  qbench::TableFloor table{TheEnv().floor_dir()};
+  std::vector<long> records;  // 1-based record numbers
   std::vector<int> tanks;
   std::vector<double> qnts;
   CDispenser* dsp = CDispenser_CreateNew(2, 0);
@@ -140,7 +142,7 @@ struct DispenseFloor {
     for (int k = 0; k < 12; ++k) {
       const int tank = 1 + 5 * k;
       tanks.push_back(tank);
-      records.push_back(static_cast<int>(all[static_cast<size_t>(tank - 1)] - 1));
+      records.push_back(all[static_cast<size_t>(tank - 1)]);
       qnts.push_back(0.5 + 0.25 * k);
     }
     if (purge) port = TheEnv().PurgeServerPort();
@@ -151,19 +153,10 @@ struct DispenseFloor {
     char command[SLV_CMD_BUFFER] = "/D";
     size_t used = 2;
     for (size_t k = 0; k < records.size(); ++k) {
-      const int r = records[k];
-      const double c = DBFReadDoubleAttribute(h, r, cur);
-      const double reserve = DBFReadDoubleAttribute(h, r, res);
-      const double m = DBFReadDoubleAttribute(h, r, max);
-      const double t = DBFReadDoubleAttribute(h, r, threshold);
-      if (c - qnts[k] < reserve || t < 0.0) return false;
-      double level = c - qnts[k];
-      if (level > m) level = m;
-      if (!DBFWriteDoubleAttribute(h, r, cur, level)) return false;
-      DBFUpdateHeader(h);
       used += static_cast<size_t>(snprintf(command + used, sizeof command - used, "(%d:%.3lf)",
                                            tanks[k], qnts[k]));
     }
+    if (!table.Book(records, qnts, true)) return false;
     if (dsp->SendCommand(1, command) != 0) return false;
     if (port > 0) {
       XmlRpc::XmlRpcClient client("127.0.0.1", port);
@@ -241,29 +234,14 @@ void BM_LevelBatch(benchmark::State& state) {
 }
 BENCHMARK(BM_LevelBatch);
 
-// The floor of the batch: per record, read the level and its maximum, write
-// the level, flush.
+// The floor of the batch: one booking of every circuit's level (see
+// floor.h), without the split and the send.
 struct LevelFloor {
-  DBFHandle h = TheEnv().floor_tanks();
-  int cur = TheEnv().field("CUR_Q");
-  int max = TheEnv().field("MAX_Q");
-  std::vector<int> records;
+  qbench::TableFloor table{TheEnv().floor_dir()};
+  std::vector<long> records = TheEnv().TankRecords(qbench::kDispenseId);
+  std::vector<double> qnts = std::vector<double>(records.size(), 0.001);
 
-  LevelFloor() {
-    for (long r : TheEnv().TankRecords(qbench::kDispenseId)) records.push_back(static_cast<int>(r - 1));
-  }
-
-  bool Run() {
-    for (int r : records) {
-      double level = DBFReadDoubleAttribute(h, r, cur) - 0.001;
-      const double m = DBFReadDoubleAttribute(h, r, max);
-      if (level < 0.0) level = 0.0;
-      if (level > m) level = m;
-      if (!DBFWriteDoubleAttribute(h, r, cur, level)) return false;
-      DBFUpdateHeader(h);
-    }
-    return true;
-  }
+  bool Run() { return table.Book(records, qnts, false); }
 };
 
 void BM_LevelBatchFloor(benchmark::State& state) {
@@ -276,6 +254,52 @@ void BM_LevelBatchFloor(benchmark::State& state) {
   }
 }
 BENCHMARK(BM_LevelBatchFloor);
+
+// --- Driver-kept levels (type 7) ----------------------------------------------
+// The driver keeps the levels: every level query asks it for its rows.
+
+slave& DriverLevels(long id) { return *TheSlaves().driverLevels[id]; }
+
+void BM_DriverLevelsUpdate(benchmark::State& state) {
+  slave& s = DriverLevels(state.range(0));
+  const int n = qbench::CircuitsOf(state.range(0));
+  std::vector<int> circuits(static_cast<size_t>(n));
+  std::vector<double> qnts(circuits.size(), 0.001);
+  for (int i = 0; i < n; ++i) circuits[static_cast<size_t>(i)] = i + 1;
+  long i = 0;
+  for (auto _ : state) {
+    if (s.UpdateLevels(n, circuits.data(), qnts.data(), 1.0, 0) != 1) {
+      state.SkipWithError("level update failed");
+      break;
+    }
+    Tidy(state, s.m_Dsp, ++i);
+  }
+}
+BENCHMARK(BM_DriverLevelsUpdate)->ArgName("circuits")->Arg(1016)->Arg(1128)->Arg(1999);
+
+void BM_DriverLevelsDispense(benchmark::State& state) {
+  slave& s = DriverLevels(state.range(0));
+  std::vector<char> frm = Text(qbench::Formula(1, 1, 12));
+  long i = 0;
+  for (auto _ : state) {
+    if (s.Dispense(frm.data(), 1.0, 1.0, 0, 1, 0, 0) != 1) {
+      state.SkipWithError("dispense failed");
+      break;
+    }
+    Tidy(state, s.m_Dsp, ++i);
+  }
+}
+BENCHMARK(BM_DriverLevelsDispense)->ArgName("circuits")->Arg(1016)->Arg(1128)->Arg(1999);
+
+void BM_DriverLevelsDumpTanks(benchmark::State& state) {
+  slave& s = DriverLevels(state.range(0));
+  long i = 0;
+  for (auto _ : state) {
+    s.DumpTanks();
+    Tidy(state, s.m_Dsp, ++i);
+  }
+}
+BENCHMARK(BM_DriverLevelsDumpTanks)->ArgName("circuits")->Arg(1016)->Arg(1128)->Arg(1999);
 
 // --- The split ----------------------------------------------------------------
 

@@ -29,7 +29,7 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION libs)
 
 set(CPACK_DEBIAN_LIBS_PACKAGE_NAME libqslave0)
-set(CPACK_DEBIAN_LIBS_PACKAGE_DEPENDS "libc6, libstdc++6, libgcc-s1, libshp2, libflxmlrpc1")
+set(CPACK_DEBIAN_LIBS_PACKAGE_DEPENDS "libc6, libstdc++6, libgcc-s1, libflxmlrpc1")
 set(CPACK_COMPONENT_LIBS_DESCRIPTION
     "colourant dispenser control library\n libqslave.so drives colourant dispensers for a tinting application; with it\n come the reference host libraries (dBase tables, colourant data, a\n scriptable simulated dispenser).")
 

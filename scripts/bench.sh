@@ -92,4 +92,11 @@ def ratio(a, b):
 print()
 print("dispense/floor=%s levels/floor=%s" % (ratio("BM_Dispense/purge:0", "BM_DispenseFloor/purge:0"),
                                              ratio("BM_LevelBatch", "BM_LevelBatchFloor")))
+
+# Instructions do not move with the load of a shared machine: the stable
+# figures, last.
+def iratio(a, b):
+    return "%.2f" % (counts[a] / counts[b]) if counts.get(a) and counts.get(b) else "nan"
+print("dispense/floor instr=%s levels/floor instr=%s" % (iratio("dispense", "dispense_floor"),
+                                                         iratio("levels", "levels_floor")))
 PY

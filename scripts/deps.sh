@@ -5,7 +5,6 @@ set -euo pipefail
 
 packages=(
   build-essential cmake pkg-config
-  libshp-dev            # dBase file I/O under the table class
   libflxmlrpc-dev       # XML-RPC client for the purge server
   libgtest-dev libgmock-dev
   libbenchmark-dev

@@ -37,7 +37,7 @@ check_package() {
     fail "$name depends on \"$(dpkg-deb -f "$deb" Depends)\", not \"$depends\""
   dpkg -x "$deb" "$root"
 }
-check_package libqslave0 "libc6, libstdc++6, libgcc-s1, libshp2, libflxmlrpc1"
+check_package libqslave0 "libc6, libstdc++6, libgcc-s1, libflxmlrpc1"
 check_package libqslave-dev "libqslave0 (= $version)"
 check_package qslave-tools "libqslave0 (= $version), libreadline8, libcpp-httplib0.11"
 

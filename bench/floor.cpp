@@ -1,0 +1,208 @@
+#include "floor.h"
+
+#include <fcntl.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <zlib.h>
+
+namespace qbench {
+
+namespace {
+
+const long long kHeaderSize = 64;
+const long long kCheckpointSize = 256 * 1024;
+
+void Die(const std::string& why) {
+  fprintf(stderr, "qslave_bench: floor: %s\n", why.c_str());
+  exit(1);
+}
+
+void Put(std::string* out, unsigned long long value, int bytes) {
+  for (int i = 0; i < bytes; ++i) out->push_back(static_cast<char>((value >> (8 * i)) & 0xFF));
+}
+
+unsigned long long Get(const unsigned char* p, int bytes) {
+  unsigned long long v = 0;
+  for (int i = 0; i < bytes; ++i) v |= static_cast<unsigned long long>(p[i]) << (8 * i);
+  return v;
+}
+
+unsigned Crc(const std::string& bytes) {
+  return static_cast<unsigned>(crc32(0L, reinterpret_cast<const Bytef*>(bytes.data()),
+                                     static_cast<uInt>(bytes.size())));
+}
+
+bool WriteAt(int fd, const std::string& bytes, long long at) {
+  return pwrite(fd, bytes.data(), bytes.size(), static_cast<off_t>(at)) ==
+         static_cast<ssize_t>(bytes.size());
+}
+
+}  // namespace
+
+TableFloor::TableFloor(const std::string& dir) : dir_(dir) {
+  table_ = open((dir + "/tanks.dbf").c_str(), O_RDWR | O_CLOEXEC);
+  journal_ = open((dir + "/qslave.jnl").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+  if (table_ < 0 || journal_ < 0) Die("cannot open the tables of " + dir);
+  struct stat st;
+  if (fstat(table_, &st) != 0) Die("cannot stat the tank table");
+  inode_ = st.st_ino;
+  // The table's layout, read once as the table class reads it at open.
+  unsigned char head[32];
+  if (pread(table_, head, sizeof head, 0) != 32) Die("cannot read the header");
+  headerLength_ = static_cast<long long>(Get(head + 8, 2));
+  recordLength_ = static_cast<long long>(Get(head + 10, 2));
+  std::string descriptors(static_cast<size_t>(headerLength_ - 32), '\0');
+  if (pread(table_, &descriptors[0], descriptors.size(), 32) !=
+      static_cast<ssize_t>(descriptors.size())) {
+    Die("cannot read the field descriptors");
+  }
+  int offset = 1;
+  for (size_t at = 0; at + 32 <= descriptors.size() && descriptors[at] != 0x0D; at += 32) {
+    Field f;
+    f.offset = offset;
+    f.width = static_cast<unsigned char>(descriptors[at + 16]);
+    f.decimals = static_cast<unsigned char>(descriptors[at + 17]);
+    fields_.emplace_back(std::string(descriptors.c_str() + at), f);
+    offset += f.width;
+  }
+  cur_ = FieldOf("CUR_Q");
+  res_ = FieldOf("RES_Q");
+  max_ = FieldOf("MAX_Q");
+  threshold_ = FieldOf("THRESHOLD");
+  cistId_ = FieldOf("CIST_ID");
+  FILE* boot = fopen("/proc/sys/kernel/random/boot_id", "r");
+  char id[64] = "";
+  if (boot != nullptr) {
+    if (fgets(id, sizeof id, boot) == nullptr) id[0] = '\0';
+    fclose(boot);
+  }
+  bootId_ = id;
+  bootId_.resize(36, '\0');
+  if (ftruncate(journal_, kHeaderSize) != 0 || !WriteAt(journal_, Header(), 0)) {
+    Die("cannot start the journal");
+  }
+}
+
+TableFloor::~TableFloor() {
+  if (table_ >= 0) close(table_);
+  if (journal_ >= 0) close(journal_);
+}
+
+TableFloor::Field TableFloor::FieldOf(const char* name) const {
+  for (const auto& f : fields_) {
+    if (f.first == name) return f.second;
+  }
+  Die(std::string("the tank table has no field ") + name);
+  return Field();
+}
+
+double TableFloor::Number(const char* record, const Field& f) const {
+  char text[32];
+  const int n = f.width < 31 ? f.width : 31;
+  memcpy(text, record + f.offset, static_cast<size_t>(n));
+  text[n] = '\0';
+  return strtod(text, nullptr);
+}
+
+std::string TableFloor::Header() const {
+  std::string h = "QSLVJNL1";
+  h += bootId_;
+  Put(&h, static_cast<unsigned long long>(end_), 8);  // applied up to the end
+  Put(&h, changes_, 8);
+  Put(&h, Crc(h), 4);
+  return h;
+}
+
+bool TableFloor::Lock() {
+  struct flock lock = {};
+  lock.l_type = F_WRLCK;
+  lock.l_whence = SEEK_SET;
+  if (fcntl(journal_, F_OFD_SETLKW, &lock) != 0) return false;
+  // What another process may have left: the header is read at every lock.
+  unsigned char head[kHeaderSize];
+  if (pread(journal_, head, sizeof head, 0) != kHeaderSize) return false;
+  return memcmp(head, "QSLVJNL1", 8) == 0;
+}
+
+void TableFloor::Unlock() {
+  struct flock lock = {};
+  lock.l_type = F_UNLCK;
+  lock.l_whence = SEEK_SET;
+  fcntl(journal_, F_OFD_SETLK, &lock);
+}
+
+bool TableFloor::Checkpoint() {
+  if (end_ <= kCheckpointSize) return true;
+  end_ = kHeaderSize;
+  return fdatasync(table_) == 0 && ftruncate(journal_, kHeaderSize) == 0 &&
+         WriteAt(journal_, Header(), 0) && fdatasync(journal_) == 0;
+}
+
+bool TableFloor::Book(const std::vector<long>& records, const std::vector<double>& qnts,
+                      bool checkReserve) {
+  if (!Lock()) return false;
+  // First pass: every record read and judged before anything is written.
+  std::vector<std::string> texts(records.size());
+  std::vector<char> record(static_cast<size_t>(recordLength_));
+  for (size_t k = 0; k < records.size(); ++k) {
+    const long long at = headerLength_ + (records[k] - 1) * recordLength_;
+    if (pread(table_, record.data(), record.size(), static_cast<off_t>(at)) !=
+        static_cast<ssize_t>(record.size())) {
+      Unlock();
+      return false;
+    }
+    const double cur = Number(record.data(), cur_);
+    const double max = Number(record.data(), max_);
+    // The data set has no cisterns: a record that names one is not booked
+    // here.
+    if (Number(record.data(), cistId_) != 0.0) {
+      Unlock();
+      return false;
+    }
+    double level = cur - qnts[k];
+    if (checkReserve &&
+        (level < Number(record.data(), res_) || Number(record.data(), threshold_) < 0.0)) {
+      Unlock();
+      return false;
+    }
+    if (level < 0.0) level = 0.0;
+    if (level > max) level = max;
+    char text[64];
+    snprintf(text, sizeof text, "%*.*f", cur_.width, cur_.decimals, level);
+    texts[k] = text;
+  }
+  // Second pass: the journal entry, synced; the fields; the applied mark.
+  std::string entry = "QJE1";
+  Put(&entry, 0, 4);
+  Put(&entry, records.size(), 4);
+  for (size_t k = 0; k < records.size(); ++k) {
+    Put(&entry, 9, 2);
+    entry += "tanks.dbf";
+    Put(&entry, static_cast<unsigned long long>(inode_), 8);
+    Put(&entry, static_cast<unsigned long long>(headerLength_ + (records[k] - 1) * recordLength_ +
+                                                cur_.offset),
+        8);
+    Put(&entry, texts[k].size(), 4);
+    entry += texts[k];
+  }
+  const unsigned long long length = entry.size() + 4;
+  for (int i = 0; i < 4; ++i) entry[4 + i] = static_cast<char>((length >> (8 * i)) & 0xFF);
+  Put(&entry, Crc(entry), 4);
+  bool ok = WriteAt(journal_, entry, end_) && fdatasync(journal_) == 0;
+  if (ok) {
+    end_ += static_cast<long long>(entry.size());
+    ++changes_;
+    for (size_t k = 0; k < records.size() && ok; ++k) {
+      ok = WriteAt(table_, texts[k],
+                   headerLength_ + (records[k] - 1) * recordLength_ + cur_.offset);
+    }
+  }
+  ok = ok && WriteAt(journal_, Header(), 0) && Checkpoint();
+  Unlock();
+  return ok;
+}
+
+}  // namespace qbench
