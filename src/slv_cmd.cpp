@@ -335,6 +335,12 @@ int slave::DispenseByCircuit(char* frm, int pairsPerCmd, int g2Before, int g0Aft
   std::vector<std::string> commands;
   commands.reserve(groups.size());
   for (const std::string& group : groups) commands.push_back(prefix + group);
+  // A group that does not fit the command buffer refuses the whole call
+  // before "/G2": nothing is sent or booked for a dispense that cannot go
+  // out whole.
+  for (const std::string& command : commands) {
+    if (!Fits(this, command.size(), SLV_CMD_BUFFER)) return 0;
+  }
 
   StopperCommand(this, g2Before, "/G2");
   int result = 0;

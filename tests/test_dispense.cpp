@@ -674,6 +674,24 @@ TEST_F(Dispensing, ByCircuitGroupBeyondTheLevelIsSentButNotBooked) {
   EXPECT_EQ(TankLevelsOnDisk(), FullExcept({{2, 898.0}}));
 }
 
+// A group whose command would not fit the 512-byte command buffer is
+// refused with every other before anything is sent or booked: cut, it
+// would dose another colour; sent alone, the dispense would be a part.
+TEST_F(Dispensing, ByCircuitGroupTooLongForTheCommandIsRefusedBeforeAnything) {
+  Build();
+  slave s(1);
+  Quiet(s);
+  std::string frm;
+  for (int i = 0; i < 20; ++i) frm += "(1:1.000)(2:1.000)(3:1.000)";
+  trace_.clear();
+  EXPECT_EQ(ByCircuit(s, "(4:1.000)" + frm, 1 + 60, 1, 1), 0);
+  EXPECT_EQ(s.m_LastError, 15);
+  EXPECT_EQ(s.LevelsNotBooked(), 0);
+  EXPECT_TRUE(CommandsOf(s).empty());
+  EXPECT_EQ(TankLevelsOnDisk(), Full());
+  EXPECT_EQ(qtest::CountCommandRefusals(trace_.messages(), 551, 511), 1) << trace_.text();
+}
+
 TEST_F(Dispensing, ByCircuitNestedBracketsAreRefused) {
   Build();
   slave s(1);
