@@ -32,7 +32,7 @@ using qtest::Sim;
 const char kGenerator[] = R"PY(
 import dbf, os
 
-def spec(fields):
+def field_list(fields):
     return '; '.join('%s %s' % f for f in fields)
 
 def layout(fmt, variant):
@@ -70,7 +70,7 @@ def generate(d, fmt, variant):
     disps, tanks, cistern, colorants, cans = layout(fmt, variant)
     wide = variant == 'wide'
     def make(name, fields, rows):
-        t = dbf.Table(os.path.join(d, name), spec(fields), dbf_type=fmt)
+        t = dbf.Table(os.path.join(d, name), field_list(fields), dbf_type=fmt)
         t.open(dbf.READ_WRITE)
         for r in rows:
             t.append({k.lower(): v for k, v in r.items()})
