@@ -13,6 +13,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -162,6 +163,8 @@ struct Case {
   const char* format;
   const char* variant;
 };
+
+void PrintTo(const Case& c, std::ostream* os) { *os << c.format << " " << c.variant; }
 
 class ForeignTables : public qtest::LibraryEnv, public ::testing::WithParamInterface<Case> {
  protected:

@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 #include <string.h>
 
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -138,6 +139,12 @@ struct TextDialect {
   const char* memoFile;  // beside the table, or ""
   char memoType;         // 'M', or 0 for none
 };
+
+// How a case is named in failure messages (and never as raw bytes, whose
+// padding is uninitialised).
+void PrintTo(const TextDialect& d, std::ostream* os) {
+  *os << "version " << static_cast<int>(d.version) << " memo \"" << d.memoFile << "\"";
+}
 
 class TextDialects : public QdbaseDialects, public ::testing::WithParamInterface<TextDialect> {};
 
