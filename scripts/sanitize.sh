@@ -25,8 +25,8 @@ cmake --build "$build" -j"$jobs"
 # program without the sanitizer runtime, so they (and the package test,
 # which does the same with the unpacked packages, and the demo, which
 # installs the tool) only run in normal builds.
-# The system-call fault sweep of the tool tests what reaches the disk, the
-# same in every build; it runs hundreds of traced processes and stays in
-# the plain run.
+# The system-call fault sweep of the tool and the thousand kills test what
+# reaches the disk, the same in every build; they run hundreds of processes
+# and stay in the plain run.
 ctest --test-dir "$build" -j"$jobs" --output-on-failure \
-  -E '^(install|package|demo)\.|^cli\.test_cli_syscall_faults$'
+  -E '^(install|package|demo)\.|^cli\.test_cli_syscall_faults$|^Durability\.AThousandKillsLoseNoReportedDispense$'
