@@ -5,6 +5,7 @@
 #include <string.h>
 
 #include <cmath>
+#include <vector>
 
 #include "host/qdsp32.h"
 #include "slv_internal.h"
@@ -100,47 +101,51 @@ int ColourantInDispenser::SetDispenserThres() try {
 int ColourantInDispenser::Read(long cnt) try {
   Clear();
   if (m_Slave == nullptr || cnt < 1) return 0;
-  m_NumTanks = m_Slave->CntToNumTanks(cnt);
+  // The tank list is copied: a tank map read again on the way (another
+  // process packed the table) must not change it under the loop.
+  std::vector<int> scratch;
+  const std::vector<int> list = SlvTanksOf(m_Slave, cnt, &scratch);
+  m_NumTanks = static_cast<int>(list.size());
   Qdbase* tanks = nullptr;
   Qdbase* cist = nullptr;
   if (m_NumTanks == 0 || !_slv_dbhandles(nullptr, &tanks, &cist)) return 0;
 
   m_Tanks = static_cast<CtInDspTank*>(calloc(static_cast<size_t>(m_NumTanks), sizeof(CtInDspTank)));
-  int* list = static_cast<int*>(calloc(static_cast<size_t>(m_NumTanks), sizeof(int)));
-  if (m_Tanks == nullptr || list == nullptr) {
+  if (m_Tanks == nullptr) {
     TarvoTrace("\nFailure in CtInDsp::Read: %s %d", kSource, 148);
-    free(list);
     Clear();
     return 0;
   }
-  m_Slave->CntToTanks(cnt, m_NumTanks, list);
 
+  // Each tank's record is visited once and every field the split and the
+  // booking use is read from it there.
   for (int i = 0; i < m_NumTanks; ++i) {
     CtInDspTank& entry = m_Tanks[i];
-    // A tank that cannot be located stays zero, which IsCntOK judges bad.
+    // A tank without a record stays zero, which IsCntOK judges bad.
     ClearEntry(&entry);
-    const int located = m_Slave->TankLocate(list[i]);
-    if (located != 1 && located != 2) continue;
+    if (SlvTankRecord(m_Slave, list[static_cast<size_t>(i)], nullptr) == nullptr) continue;
 
-    entry.tank = list[i];
+    entry.tank = list[static_cast<size_t>(i)];
     // A quantity that cannot be read is no quantity: the colourant is not
     // read at all rather than split or written back with a 0 in its place.
-    bool read = SlvReadNumber(tanks, "MAX_Q", &entry.max_q);
-    entry.mpx = ReadMpx(tanks);
     // The cistern id is a number, stored as digits or as a number of any
     // width; the entry keeps it as "%5ld". One that does not fit there is
     // refused rather than cut to another id.
     long cistId = 0;
-    read = read && SlvReadNumber(tanks, "CIST_ID", &cistId);
+    bool read = SlvReadNumber(tanks, "CIST_ID", &cistId);
+    // 1: the tank's cistern is found (or it names none), 2: it is not.
+    int located = 1;
+    if (read && cistId != 0 && cist != nullptr) located = SlvSeekCistern(cist, cistId) ? 1 : 2;
+    read = read && SlvReadNumber(tanks, "MAX_Q", &entry.max_q);
+    entry.mpx = ReadMpx(tanks);
     if (cistId != 0 && !StoreCistId(&entry, cistId)) {
       TarvoTrace("\n%s(%d): cistern id %ld of tank %d does not fit", kSource, __LINE__, cistId,
                  entry.tank);
-      free(list);
       Clear();
       return 0;
     }
     // A master tank fed by a cistern holds the cistern's quantities; the
-    // cistern record is the one TankLocate found for this tank.
+    // cistern record is the one found for this tank.
     Qdbase* levels = (entry.max_q != -1.0 && cist != nullptr && located == 1 && cistId != 0)
                          ? cist
                          : tanks;
@@ -151,7 +156,6 @@ int ColourantInDispenser::Read(long cnt) try {
     if (!read) {
       TarvoTrace("\n%s(%d): tank %d of colorant %ld cannot be read", kSource, __LINE__,
                  entry.tank, cnt);
-      free(list);
       Clear();
       return 0;
     }
@@ -160,7 +164,6 @@ int ColourantInDispenser::Read(long cnt) try {
       memcpy(entry.status_flg, flags, sizeof flags);
     }
   }
-  free(list);
   qsort(m_Tanks, static_cast<size_t>(m_NumTanks), sizeof(CtInDspTank), CtInDspCompare_s);
   m_CntId = cnt;
   return 1;

@@ -130,6 +130,19 @@ class SlvCallScope {
 // memory for it) the answer is made in *scratch.
 const std::vector<int>& SlvTanksOf(slave* s, long cnt, std::vector<int>* scratch);
 
+// The tank table on tank's record, read as it is now; null when there is no
+// dispenser, the tank is out of the map or has no record, or the tables are
+// closed. With cist, *cist is the cistern table (or null).
+Qdbase* SlvTankRecord(slave* s, int tank, Qdbase** cist);
+// Positions the cistern table on cistern id (index 1): 1 found, 0 not.
+int SlvSeekCistern(Qdbase* cist, long id);
+
+// TankQnts, and *cistId (when given) the cistern id named by the record
+// that holds the level (the master's, for a secondary of a linked group),
+// which is left current in the tank table (with the cistern's record
+// current in the cistern table when it names one).
+int SlvTankLevels(slave* s, int tank, double* cur, double* res, double* max, long* cistId);
+
 // The process-wide tables, when open (null otherwise); no trace.
 Qdbase* SlvDispTable();
 Qdbase* SlvTankTable();

@@ -47,16 +47,11 @@ int slave::change_level(int circuit, double quantity, int relative, int notify) 
     TarvoTrace("\n%s (%d) failure writing in TANKS database", kSource, __LINE__);
     return 0;
   }
+  // The record that holds the circuit's level (the master's, for a linked
+  // circuit) is left current, and, when it names a cistern, the cistern's.
   double cur = 0.0, res = 0.0, max = 0.0;
-  if (TankQnts(circuit, &cur, &res, &max) != 1) {
-    TarvoTrace("\n%s (%d) TankQnts() failure", kSource, __LINE__);
-    return 0;
-  }
-  // TankQnts left current the record that holds the circuit's level (the
-  // master's, for a linked circuit) and, when that record names a cistern,
-  // the cistern's record.
   long cistId = 0;
-  if (tanks->FieldNo("CIST_ID") && !tanks->ReadLong("CIST_ID", &cistId)) {
+  if (SlvTankLevels(this, circuit, &cur, &res, &max, &cistId) != 1) {
     TarvoTrace("\n%s (%d) TankQnts() failure", kSource, __LINE__);
     return 0;
   }

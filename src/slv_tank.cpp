@@ -20,9 +20,9 @@ bool ValidTank(const slave* s, int tank) {
          s->m_TankCntId != nullptr;
 }
 
-// The tank table on the tank's record, or null (no dispenser, tank out of
-// range, no record, tables closed).
-Qdbase* TankRecord(slave* s, int tank, Qdbase** cist = nullptr) {
+}  // namespace
+
+Qdbase* SlvTankRecord(slave* s, int tank, Qdbase** cist) {
   SlvKeepTankMapCurrent(s);
   if (s->m_DispId < 1 || !ValidTank(s, tank)) return nullptr;
   const long recno = s->m_TankRecNo[tank - 1];
@@ -34,30 +34,31 @@ Qdbase* TankRecord(slave* s, int tank, Qdbase** cist = nullptr) {
   return tanks;
 }
 
-// Positions the cistern table on cistern id (index 1). 1 found, 0 not.
-int SeekCistern(Qdbase* cist, long id) {
+int SlvSeekCistern(Qdbase* cist, long id) {
   char key[32];
   snprintf(key, sizeof key, "%5ld", id);
   cist->SelectIdx(1);
   return cist->Seek(key);
 }
 
+namespace {
+
 // Reads the quantities of one tank's own record: 1 with the outputs filled,
 // 0 for a secondary tank of a linked group, -1 when its maximum cannot be
-// had.
-int ReadTankQnts(slave* s, int tank, double* cur, double* res, double* max) {
+// had. *cistId gets the cistern id the record names (0: none).
+int ReadTankQnts(slave* s, int tank, double* cur, double* res, double* max, long* cistId) {
   Qdbase* cist = nullptr;
-  Qdbase* tanks = TankRecord(s, tank, &cist);
+  Qdbase* tanks = SlvTankRecord(s, tank, &cist);
   if (tanks == nullptr) return -1;
   // A quantity that cannot be read is no quantity: it is never taken as 0.
   double maxQ = 0.0;
   if (!tanks->ReadDouble("MAX_Q", &maxQ)) return -1;
   if (!(maxQ > -1.0)) return 0;
 
-  long cistId = 0;
-  if (tanks->FieldNo("CIST_ID") && !tanks->ReadLong("CIST_ID", &cistId)) return -1;
-  if (cistId != 0) {
-    if (cist == nullptr || !SeekCistern(cist, cistId)) return -1;
+  long id = 0;
+  if (tanks->FieldNo("CIST_ID") && !tanks->ReadLong("CIST_ID", &id)) return -1;
+  if (id != 0) {
+    if (cist == nullptr || !SlvSeekCistern(cist, id)) return -1;
     if (!cist->ReadDouble("MAX_Q", &maxQ)) return -1;
   }
   if (maxQ == -1.0) return -1;
@@ -66,12 +67,13 @@ int ReadTankQnts(slave* s, int tank, double* cur, double* res, double* max) {
   if (cur != nullptr) *cur = curQ;
   if (res != nullptr) *res = resQ;
   if (max != nullptr) *max = maxQ;
+  if (cistId != nullptr) *cistId = id;
   return 1;
 }
 
 // Writes a level row reported by the driver into the tank's record.
 void StoreDriverLevels(slave* s, int tank, double cur, double max, double res) {
-  Qdbase* tanks = TankRecord(s, tank);
+  Qdbase* tanks = SlvTankRecord(s, tank, nullptr);
   if (tanks == nullptr) return;
   tanks->WriteDouble("CUR_Q", cur);
   tanks->WriteDouble("MAX_Q", max);
@@ -280,7 +282,7 @@ int TypeCircuit(slave* s, long cnt, bool checkThresholds) {
   int count = 0;
   std::vector<double> thresholds;
   for (int tank : tanks) {
-    Qdbase* record = TankRecord(s, tank);
+    Qdbase* record = SlvTankRecord(s, tank, nullptr);
     if (record == nullptr) {
       count = 0;
       break;
@@ -320,7 +322,7 @@ int slave::CntToTypeCircuitNoTh(long cnt) try {
 }
 
 int slave::TankToTankField(int tank) try {
-  Qdbase* tanks = TankRecord(this, tank);
+  Qdbase* tanks = SlvTankRecord(this, tank, nullptr);
   int field = 0;
   if (tanks == nullptr || !tanks->ReadInt("TANK", &field)) return 0;
   return field;
@@ -348,43 +350,49 @@ int slave::TankAvail(int tank) try {
 
 int slave::TankLocate(int tank) try {
   Qdbase* cist = nullptr;
-  Qdbase* tanks = TankRecord(this, tank, &cist);
+  Qdbase* tanks = SlvTankRecord(this, tank, &cist);
   if (tanks == nullptr) return 0;
   long cistId = 0;
   tanks->ReadLong("CIST_ID", &cistId);
   if (cistId == 0 || cist == nullptr) return 1;
-  return SeekCistern(cist, cistId) ? 1 : 2;
+  return SlvSeekCistern(cist, cistId) ? 1 : 2;
 } catch (...) {
   return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
 
-int slave::TankQnts(int tank, double* cur, double* res, double* max) try {
+int SlvTankLevels(slave* s, int tank, double* cur, double* res, double* max, long* cistId) try {
   if (cur != nullptr) *cur = 0.0;
   if (res != nullptr) *res = 0.0;
   if (max != nullptr) *max = 0.0;
-  if (TankRecord(this, tank) == nullptr) return 0;
+  if (cistId != nullptr) *cistId = 0;
+  if (SlvTankRecord(s, tank, nullptr) == nullptr) return 0;
 
-  RefreshFromDriver(this, tank);
-  const int own = ReadTankQnts(this, tank, cur, res, max);
+  RefreshFromDriver(s, tank);
+  const int own = ReadTankQnts(s, tank, cur, res, max, cistId);
   if (own == 1) return 1;
   if (own == -1) return 0;
 
   // A secondary tank of a linked group answers its master's quantities.
   // Empty tanks (colourant 0) form no group: one never answers, nor books
   // on, another empty tank's record.
-  if (m_TankCntId[tank - 1] < 1) return 0;
-  const int n = CntToNumTanks(m_TankCntId[tank - 1]);
+  const long cnt = s->m_TankCntId[tank - 1];
+  if (cnt < 1) return 0;
+  const int n = s->CntToNumTanks(cnt);
   std::vector<int> group(static_cast<size_t>(n));
-  CntToTanks(m_TankCntId[tank - 1], n, group.data());
+  s->CntToTanks(cnt, n, group.data());
   int result = 0;
   for (int member : group) {
-    if (m_TankRecNo[member - 1] < 1) return 0;
-    result = ReadTankQnts(this, member, cur, res, max);
+    if (s->m_TankRecNo[member - 1] < 1) return 0;
+    result = ReadTankQnts(s, member, cur, res, max, cistId);
     if (result == 1) break;
   }
   return result;
 } catch (...) {
-  return SlvFailed(this, kSource, __LINE__, __func__, 0);
+  return SlvFailed(s, kSource, __LINE__, "TankQnts", 0);
+}
+
+int slave::TankQnts(int tank, double* cur, double* res, double* max) {
+  return SlvTankLevels(this, tank, cur, res, max, nullptr);
 }
 
 int slave::TankResolution(int tank, double* res) try {
