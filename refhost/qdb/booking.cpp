@@ -50,7 +50,8 @@ bool Enlist(ActiveBooking* active, Qdbase::Impl* table, std::string* why) {
     *why = table->openFile + ": " + table->file.Error();
     return false;
   }
-  auto state = std::make_unique<TableBooking>();
+  std::unique_ptr<TableBooking> state = std::move(table->idleBooking);
+  if (!state) state = std::make_unique<TableBooking>();
   state->recordsAtStart = table->records;
   state->sizeAtStart = id.size;
   state->errorsAtStart = table->ioErrors;
@@ -76,7 +77,12 @@ void Dismiss(Qdbase::Impl* table, bool committed) noexcept {
     }
   }
   if (committed) table->RememberFile();
-  delete state;
+  state->Recycle();
+  if (table->idleBooking == nullptr) {
+    table->idleBooking.reset(state);
+  } else {
+    delete state;
+  }
 }
 
 void Finish(bool committed) noexcept {

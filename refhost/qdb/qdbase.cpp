@@ -177,7 +177,24 @@ bool Qdbase::Impl::ReadRecord(long rec, std::string* out) {
 qdb::StagedRecord* Qdbase::Impl::Stage(long rec) {
   if (booking->last != nullptr && booking->lastRec == rec) return booking->last;
   auto it = booking->records.find(rec);
-  if (it == booking->records.end()) {
+  if (it == booking->records.end() && !booking->spare.empty()) {
+    // An entry of an earlier booking, its buffers reused.
+    qdb::TableBooking::Records::node_type node = std::move(booking->spare.back());
+    booking->spare.pop_back();
+    qdb::StagedRecord& staged = node.mapped();
+    if (!ReadRecord(rec, &staged.image)) {
+      booking->spare.push_back(std::move(node));  // the place it had: no allocation
+      return nullptr;
+    }
+    staged.before.clear();
+    staged.low = layout.recordLength;
+    staged.high = 0;
+    staged.appended = false;
+    staged.numbers.Forget();
+    node.key() = rec;
+    it = booking->records.insert(std::move(node)).position;
+  } else if (it == booking->records.end()) {
+    booking->spare.reserve(qdb::TableBooking::kSpareRecords);
     qdb::StagedRecord staged;
     if (!ReadRecord(rec, &staged.image)) return nullptr;
     staged.low = layout.recordLength;
@@ -335,6 +352,7 @@ bool Qdbase::Impl::OpenFile(std::string* why) {
 
 void Qdbase::Impl::CloseFile() {
   if (booking != nullptr) qdb::LeaveBooking(this);
+  idleBooking.reset();
   file.Close();
   qdb::Journal::Release(journal);
   journal = nullptr;
@@ -407,11 +425,21 @@ void Widen(qdb::StagedRecord* staged, int low, int high) {
 // Whether storing bytes at `at` in record would leave field f as it is: the
 // same bytes, or for a number the same value (a number another tool wrote
 // in another layout, say left-aligned, is left alone when it is equal).
+// written: the number the bytes were made from, when known.
 bool Unchanged(const qdb::DbfLayout& layout, const DbfField& f, const std::string& record, int at,
-               const std::string& bytes, const FieldNumber* before) {
+               const std::string& bytes, const FieldNumber* before, const double* written) {
   if (qdb::IsNull(layout, f, record.data())) return false;
   if (record.compare(static_cast<size_t>(at), bytes.size(), bytes) == 0) return true;
   if (before == nullptr || at != f.offset || static_cast<int>(bytes.size()) != f.width) {
+    return false;
+  }
+  // A number written with a field's decimals lands within half a unit of
+  // its last decimal: one more than a unit away from the old value is
+  // another value, without reading the new text.
+  static const double kUnit[] = {1e0,  1e-1, 1e-2,  1e-3,  1e-4,  1e-5,  1e-6,  1e-7,
+                                 1e-8, 1e-9, 1e-10, 1e-11, 1e-12, 1e-13, 1e-14, 1e-15};
+  if (written != nullptr && (f.type == 'N' || f.type == 'F') && !before->blank &&
+      f.decimals >= 0 && f.decimals <= 15 && fabs(before->value - *written) > kUnit[f.decimals]) {
     return false;
   }
   // The new bytes read as the field on their own (a number is its field).
@@ -433,12 +461,13 @@ int ClearNull(const qdb::DbfLayout& layout, const DbfField& f, char* record) {
 
 }  // namespace
 
-int Qdbase::Impl::Store(int fi, const std::string& bytes, bool numeric) {
+int Qdbase::Impl::Store(int fi, const std::string& bytes, bool numeric, const double* written) {
   if (static_cast<int>(bytes.size()) != Field(fi).width) return 0;
-  return StoreAt(fi, 0, bytes, numeric);
+  return StoreAt(fi, 0, bytes, numeric, written);
 }
 
-int Qdbase::Impl::StoreAt(int fi, int pos, const std::string& bytes, bool numeric) {
+int Qdbase::Impl::StoreAt(int fi, int pos, const std::string& bytes, bool numeric,
+                          const double* written) {
   if (!Writable() || pos < 0 || pos + static_cast<int>(bytes.size()) > Field(fi).width) return 0;
 
   if (booking != nullptr) {
@@ -450,7 +479,7 @@ int Qdbase::Impl::StoreAt(int fi, int pos, const std::string& bytes, bool numeri
     std::string& rec = staged->image;
     FieldNumber before;
     const bool known = numeric && Number(fi, &before);
-    if (Unchanged(layout, f, rec, at, bytes, known ? &before : nullptr)) return 1;
+    if (Unchanged(layout, f, rec, at, bytes, known ? &before : nullptr, written)) return 1;
     if (!staged->appended && staged->low >= staged->high) staged->before = rec;
     staged->numbers.Forget(fi);
     if (layout.nullFlagsField >= 0) staged->numbers.Forget(layout.nullFlagsField);
@@ -481,7 +510,7 @@ int Qdbase::Impl::StoreAt(int fi, int pos, const std::string& bytes, bool numeri
   if (Writable() && ReadRecord(cur, &rec)) {
     FieldNumber before;
     const bool known = numeric && qdb::DecodeNumber(layout, f, rec.data(), &before);
-    if (Unchanged(layout, f, rec, at, bytes, known ? &before : nullptr)) {
+    if (Unchanged(layout, f, rec, at, bytes, known ? &before : nullptr, written)) {
       result = 1;
     } else {
       rec.replace(static_cast<size_t>(at), bytes.size(), bytes);
@@ -897,7 +926,7 @@ int Qdbase::WriteDouble(const char* field, double value) try {
   if (fi < 0 || !impl_->Writable() || !qdb::EncodeNumber(impl_->Field(fi), value, &bytes)) {
     return 0;
   }
-  return impl_->Store(fi, bytes, true);
+  return impl_->Store(fi, bytes, true, &value);
 } catch (...) {
   return impl_->Failed(0);
 }

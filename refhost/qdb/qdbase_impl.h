@@ -4,6 +4,7 @@
 #define QSLAVE_REFHOST_QDBASE_IMPL_H
 
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -45,15 +46,34 @@ struct StagedRecord {
   DecodedNumbers numbers;  // what the image's number fields hold
 };
 
-// The bookings API's hold on a table while it takes part in one.
+// The bookings API's hold on a table while it takes part in one. A table
+// keeps the one of its last booking for the next, with the entries of its
+// records (buffers the size of a record) ready to be used again.
 struct TableBooking {
-  std::map<long, StagedRecord> records;  // read or changed, by record number
-  long lastRec = 0;                      // the record asked for last, and
-  StagedRecord* last = nullptr;          // its entry (map entries stay put)
+  using Records = std::map<long, StagedRecord>;
+  Records records;               // read or changed, by record number
+  long lastRec = 0;              // the record asked for last, and
+  StagedRecord* last = nullptr;  // its entry (map entries stay put)
   long recordsAtStart = 0;
   long long sizeAtStart = 0;
   bool structural = false;  // appended, deleted or rekeyed
   unsigned long errorsAtStart = 0;
+
+  // Entries of earlier bookings, at most kSpareRecords.
+  static constexpr size_t kSpareRecords = 64;
+  std::vector<Records::node_type> spare;
+  // Empties the booking for the next one; its entries become spares.
+  void Recycle() noexcept {
+    while (!records.empty()) {
+      Records::node_type node = records.extract(records.begin());
+      // Within the capacity reserved when the first entry was made: no
+      // allocation here.
+      if (spare.size() < spare.capacity()) spare.push_back(std::move(node));
+    }
+    lastRec = 0;
+    last = nullptr;
+    structural = false;
+  }
 };
 
 // The bookings of this process: at most one at a time.
@@ -93,6 +113,8 @@ struct Qdbase::Impl {
 
   // Set while the table takes part in a booking.
   qdb::TableBooking* booking = nullptr;
+  // The last booking's, kept for the next.
+  std::unique_ptr<qdb::TableBooking> idleBooking;
 
   // Field lookups by the caller's name text, remembered.
   struct FieldHit {
@@ -134,10 +156,13 @@ struct Qdbase::Impl {
 
   // Stores bytes (exactly the field's width) in field fi of the current
   // record. Unchanged bytes write nothing; with numeric, neither does an
-  // unchanged value.
-  int Store(int fi, const std::string& bytes, bool numeric = false);
+  // unchanged value. written: the number the bytes were encoded from, when
+  // there is one (spares reading the new text to compare values).
+  int Store(int fi, const std::string& bytes, bool numeric = false,
+            const double* written = nullptr);
   // Stores bytes at character pos of field fi, keeping the rest.
-  int StoreAt(int fi, int pos, const std::string& bytes, bool numeric = false);
+  int StoreAt(int fi, int pos, const std::string& bytes, bool numeric = false,
+              const double* written = nullptr);
 
   void IoFailure(const char* what, long rec);
   // A request the memory could not serve (an exception inside an
