@@ -84,33 +84,36 @@ bool ParseNumberText(const char* s, size_t len, FieldNumber* out) {
     return true;
   }
   if (e - b > kLongestNumber) return false;
-  // One pass checks the text and gathers its digits. Up to 15 significant
-  // digits and 22 decimals make an integer a double holds exactly, and one
-  // division by an exact power of ten rounds it as strtod does; any other
-  // text is read by strtod.
+  // One pass checks the text and gathers its digits: the whole part, then
+  // the decimals. Up to 15 significant digits and 22 decimals make an
+  // integer a double holds exactly, and one division by an exact power of
+  // ten rounds it as strtod does; any other text is read by strtod (the
+  // digits gathered then are not used).
   const char* p = s + b;
   const char* end = s + e;
   const bool negative = *p == '-';
   if (*p == '-' || *p == '+') ++p;
   uint64_t mantissa = 0;
-  int significant = 0;
-  int decimals = 0;
-  bool point = false;
-  bool digits = false;
-  for (; p < end; ++p) {
-    const char c = *p;
-    if (IsDigit(c)) {
-      digits = true;
-      if (mantissa != 0 || c != '0') ++significant;
-      if (significant <= 15) mantissa = mantissa * 10 + static_cast<uint64_t>(c - '0');
-      if (point) ++decimals;
-    } else if (c == '.' && !point) {
-      point = true;
-    } else {
-      return false;
+  const char* digitsFrom = p;
+  while (p < end && *p == '0') ++p;  // leading zeros are not significant
+  const char* significantFrom = p;
+  for (; p < end && IsDigit(*p); ++p) mantissa = mantissa * 10 + static_cast<uint64_t>(*p - '0');
+  long significant = p - significantFrom;
+  bool digits = p > digitsFrom;
+  const bool point = p < end && *p == '.';
+  long decimals = 0;
+  if (point) {
+    const char* decimalsFrom = ++p;
+    if (mantissa == 0) {
+      while (p < end && *p == '0') ++p;
     }
+    const char* countedFrom = p;
+    for (; p < end && IsDigit(*p); ++p) mantissa = mantissa * 10 + static_cast<uint64_t>(*p - '0');
+    decimals = p - decimalsFrom;
+    significant += p - countedFrom;
+    digits = digits || decimals > 0;
   }
-  if (!digits) return false;
+  if (p != end || !digits) return false;  // another character, or no digit
   out->integral = !point;
   if (significant <= 15 && decimals <= 22) {
     const double value = static_cast<double>(mantissa) / kExactPowers[decimals];
