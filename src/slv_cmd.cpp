@@ -4,6 +4,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <charconv>
 #include <optional>
 #include <string>
 #include <vector>
@@ -27,15 +28,31 @@ bool ValidEntry(const slave* s, int tank, double qnt) {
   return tank >= 1 && tank <= s->m_NumTanks && qnt > 0.0;
 }
 
+// Appends "(<tank>:<quantity>)", the quantity as "%.3lf" prints it:
+// std::to_chars with a precision prints exactly what printf does, at a
+// fraction of its cost. False when it does not fit the buffer of the stack.
+bool AppendEntry(std::string* text, int tank, double qnt) {
+  char entry[64];
+  char* const end = entry + sizeof entry;
+  char* p = entry;
+  *p++ = '(';
+  std::to_chars_result r = std::to_chars(p, end, tank);
+  if (r.ec != std::errc() || r.ptr == end) return false;
+  p = r.ptr;
+  *p++ = ':';
+  r = std::to_chars(p, end, qnt, std::chars_format::fixed, 3);
+  if (r.ec != std::errc() || r.ptr == end) return false;
+  p = r.ptr;
+  *p++ = ')';
+  text->append(entry, static_cast<size_t>(p - entry));
+  return true;
+}
+
 void AppendEntries(const slave* s, std::string* text, int n, const int* tanks, const double* qnts) {
-  char entry[400];
   for (int i = 0; i < n; ++i) {
     if (!ValidEntry(s, tanks[i], qnts[i])) continue;
-    const int len = snprintf(entry, sizeof entry, "(%d:%.3lf)", tanks[i], qnts[i]);
-    if (len > 0 && static_cast<size_t>(len) < sizeof entry) {
-      text->append(entry, static_cast<size_t>(len));
-    } else {
-      *text += SlvFormat("(%d:%.3lf)", tanks[i], qnts[i]);  // a quantity of hundreds of digits
+    if (!AppendEntry(text, tanks[i], qnts[i])) {
+      *text += SlvFormat("(%d:%.3lf)", tanks[i], qnts[i]);  // a quantity of many digits
     }
   }
 }
