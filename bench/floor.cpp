@@ -1,6 +1,7 @@
 #include "floor.h"
 
 #include <fcntl.h>
+#include <math.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -14,6 +15,10 @@ namespace {
 
 const long long kHeaderSize = 64;
 const long long kCheckpointSize = 256 * 1024;
+
+// Powers of ten a double holds exactly (a field has at most 15 decimals).
+const double kPowers[] = {1e0, 1e1, 1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                          1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
 
 void Die(const std::string& why) {
   fprintf(stderr, "qslave_bench: floor: %s\n", why.c_str());
@@ -93,18 +98,66 @@ TableFloor::~TableFloor() {
 
 TableFloor::Field TableFloor::FieldOf(const char* name) const {
   for (const auto& f : fields_) {
-    if (f.first == name) return f.second;
+    if (f.first == name && f.second.decimals <= 15) return f.second;
   }
-  Die(std::string("the tank table has no field ") + name);
+  Die(std::string("the tank table has no field ") + name + " of at most 15 decimals");
   return Field();
 }
 
+// The number a fixed-decimal field holds, read as what it is: a whole
+// count of units of its last decimal, divided once by an exact power of
+// ten (the double strtod would give for up to 15 digits). Blank reads 0;
+// a field that is not a number reads NaN, and the booking is refused.
 double TableFloor::Number(const char* record, const Field& f) const {
-  char text[32];
-  const int n = f.width < 31 ? f.width : 31;
-  memcpy(text, record + f.offset, static_cast<size_t>(n));
-  text[n] = '\0';
-  return strtod(text, nullptr);
+  const char* p = record + f.offset;
+  const char* end = p + f.width;
+  while (p < end && *p == ' ') ++p;
+  const bool negative = p < end && *p == '-';
+  if (negative) ++p;
+  long long units = 0;
+  int decimals = 0;
+  bool point = false;
+  int digits = 0;
+  for (; p < end && *p != ' '; ++p) {
+    if (*p == '.' && !point) {
+      point = true;
+    } else if (*p >= '0' && *p <= '9' && digits < 15) {
+      units = units * 10 + (*p - '0');
+      decimals += point ? 1 : 0;
+      ++digits;
+    } else {
+      return NAN;
+    }
+  }
+  if (p != end) return NAN;
+  const double v = static_cast<double>(units) / kPowers[decimals];
+  return negative ? -v : v;
+}
+
+// The field's text for v: rounded half away from zero to the field's
+// decimals and right-aligned, as the table class writes it; false when it
+// does not fit.
+bool TableFloor::Text(double v, const Field& f, std::string* out) const {
+  const double scaled = v * kPowers[f.decimals];
+  long long units =
+      static_cast<long long>(scaled < 0 ? -floor(-scaled + 0.5) : floor(scaled + 0.5));
+  const bool negative = units < 0;
+  if (negative) units = -units;
+  char digits[32];
+  char* p = digits + sizeof digits;
+  int written = 0;
+  do {
+    if (written == f.decimals && f.decimals > 0) *--p = '.';
+    *--p = static_cast<char>('0' + units % 10);
+    units /= 10;
+    ++written;
+  } while (units != 0 || written <= f.decimals);
+  if (negative) *--p = '-';
+  const int n = static_cast<int>(digits + sizeof digits - p);
+  if (n > f.width) return false;
+  out->assign(static_cast<size_t>(f.width - n), ' ');
+  out->append(p, static_cast<size_t>(n));
+  return true;
 }
 
 std::string TableFloor::Header() const {
@@ -156,23 +209,26 @@ bool TableFloor::Book(const std::vector<long>& records, const std::vector<double
     }
     const double cur = Number(record.data(), cur_);
     const double max = Number(record.data(), max_);
+    const double res = checkReserve ? Number(record.data(), res_) : 0.0;
+    const double threshold = checkReserve ? Number(record.data(), threshold_) : 0.0;
     // The data set has no cisterns: a record that names one is not booked
-    // here.
-    if (Number(record.data(), cistId_) != 0.0) {
+    // here. A field that is no number refuses the booking.
+    if (Number(record.data(), cistId_) != 0.0 || isnan(cur) || isnan(max) || isnan(res) ||
+        isnan(threshold)) {
       Unlock();
       return false;
     }
     double level = cur - qnts[k];
-    if (checkReserve &&
-        (level < Number(record.data(), res_) || Number(record.data(), threshold_) < 0.0)) {
+    if (checkReserve && (level < res || threshold < 0.0)) {
       Unlock();
       return false;
     }
     if (level < 0.0) level = 0.0;
     if (level > max) level = max;
-    char text[64];
-    snprintf(text, sizeof text, "%*.*f", cur_.width, cur_.decimals, level);
-    texts[k] = text;
+    if (!Text(level, cur_, &texts[k])) {
+      Unlock();
+      return false;
+    }
   }
   // Second pass: the journal entry, synced; the fields; the applied mark.
   std::string entry = "QJE1";

@@ -1,8 +1,8 @@
 // The floor: the least that correct work with the library's durability
 // costs, written straight on POSIX calls (no table class). A booking takes
 // the open-file-description lock of the directory's journal and reads the
-// journal's header, reads each record it changes with one pread and parses
-// the fields it needs, refuses the whole booking if any record is short
+// journal's header, reads each record it changes with one pread and reads
+// the fields it needs as whole units of their last decimal, refuses the whole booking if any record is short
 // (first pass), then formats the new levels, appends one journal entry in
 // the library's format (same header, parts and CRC-32) and syncs it, writes
 // each changed field in place, writes the applied mark, checkpoints on the
@@ -40,6 +40,7 @@ class TableFloor {
   };
   Field FieldOf(const char* name) const;
   double Number(const char* record, const Field& f) const;
+  bool Text(double v, const Field& f, std::string* out) const;
   bool Lock();
   void Unlock();
   std::string Header() const;

@@ -14,6 +14,7 @@
 #include <string.h>
 #include <valgrind/callgrind.h>
 
+#include <charconv>
 #include <fstream>
 #include <map>
 #include <memory>
@@ -150,12 +151,20 @@ struct DispenseFloor {
   ~DispenseFloor() { CDispenser_Delete(dsp, 0); }
 
   bool Run() {
+    // The "(t:q)" entries, each quantity as "%.3lf" prints it, by the
+    // cheapest exact means (std::to_chars), as the library writes them.
     char command[SLV_CMD_BUFFER] = "/D";
-    size_t used = 2;
+    char* p = command + 2;
+    char* const end = command + sizeof command - 1;
     for (size_t k = 0; k < records.size(); ++k) {
-      used += static_cast<size_t>(snprintf(command + used, sizeof command - used, "(%d:%.3lf)",
-                                           tanks[k], qnts[k]));
+      if (end - p < 64) return false;  // room for an entry of any int and a quantity
+      *p++ = '(';
+      p = std::to_chars(p, end, tanks[k]).ptr;
+      *p++ = ':';
+      p = std::to_chars(p, end, qnts[k], std::chars_format::fixed, 3).ptr;
+      *p++ = ')';
     }
+    *p = '\0';
     if (!table.Book(records, qnts, true)) return false;
     if (dsp->SendCommand(1, command) != 0) return false;
     if (port > 0) {
