@@ -248,6 +248,22 @@ TEST_F(CommandStrings, MakeRoundsToThreeDecimals) {
   EXPECT_EQ(Make(s, List({3}, {12.3456}), 1.0), "(3:12.346)");
 }
 
+// Quantities are printed exactly as "%.3lf" prints them: exact binary ties
+// go to the even digit, values just below or above a tie follow their
+// binary value, and a quantity of many digits is printed whole.
+TEST_F(CommandStrings, MakePrintsEveryQuantityAsPrintfDoes) {
+  Build();
+  slave s(1);
+  const std::vector<double> quantities = {0.0625, 0.1875, 2.0005, 1.0005, 0.0005, 4.9995,
+                                          123456.7895, 1e-9, 0.9999999, 1e15 + 0.5, 1e22,
+                                          1.7976931348623157e300};
+  for (double q : quantities) {
+    char expected[512];
+    snprintf(expected, sizeof expected, "(3:%.3lf)", q);
+    EXPECT_EQ(Make(s, List({3}, {q}), 1.0), expected) << q;
+  }
+}
+
 TEST_F(CommandStrings, MakeDropsZeroQuantity) {
   Build();
   slave s(1);
