@@ -45,10 +45,17 @@ namespace {
 
 // Reads the quantities of one tank's own record: 1 with the outputs filled,
 // 0 for a secondary tank of a linked group, -1 when its maximum cannot be
-// had. *cistId gets the cistern id the record names (0: none).
-int ReadTankQnts(slave* s, int tank, double* cur, double* res, double* max, long* cistId) {
+// had. *cistId gets the cistern id the record names (0: none). onRecord:
+// the tank table when the caller has just put it on the tank's record.
+int ReadTankQnts(slave* s, int tank, double* cur, double* res, double* max, long* cistId,
+                 Qdbase* onRecord = nullptr) {
   Qdbase* cist = nullptr;
-  Qdbase* tanks = SlvTankRecord(s, tank, &cist);
+  Qdbase* tanks = onRecord;
+  if (tanks != nullptr) {
+    _slv_dbhandles(nullptr, nullptr, &cist);
+  } else {
+    tanks = SlvTankRecord(s, tank, &cist);
+  }
   if (tanks == nullptr) return -1;
   // A quantity that cannot be read is no quantity: it is never taken as 0.
   double maxQ = 0.0;
@@ -56,7 +63,7 @@ int ReadTankQnts(slave* s, int tank, double* cur, double* res, double* max, long
   if (!(maxQ > -1.0)) return 0;
 
   long id = 0;
-  if (tanks->FieldNo("CIST_ID") && !tanks->ReadLong("CIST_ID", &id)) return -1;
+  if (!SlvReadNumber(tanks, "CIST_ID", &id)) return -1;
   if (id != 0) {
     if (cist == nullptr || !SlvSeekCistern(cist, id)) return -1;
     if (!cist->ReadDouble("MAX_Q", &maxQ)) return -1;
@@ -112,24 +119,26 @@ void FetchDriverRows(slave* s, SlvDriverRows* rows) {
 
 // Drivers that keep levels of their own are the reference: their figures
 // are copied into the tank's record before it is read. Within one call of
-// the library the rows are fetched once (SlvCallScope).
-void RefreshFromDriver(slave* s, int tank) {
-  if (s->m_Dsp == nullptr) return;
+// the library the rows are fetched once (SlvCallScope). True when the
+// tables were visited (and may be on another record).
+bool RefreshFromDriver(slave* s, int tank) {
+  if (s->m_Dsp == nullptr) return false;
   SlvDriverRows once;
   SlvDriverRows* rows = &once;
   if (s->m_State != nullptr && s->m_State->callDepth > 0) rows = &s->m_State->driverRows;
   FetchDriverRows(s, rows);
-  if (rows->cur.empty()) return;
+  if (rows->cur.empty()) return false;
   if (rows->field.empty()) {
-    if (tank - 1 >= static_cast<int>(rows->cur.size())) return;
+    if (tank - 1 >= static_cast<int>(rows->cur.size())) return false;
     const size_t i = static_cast<size_t>(tank - 1);
     StoreDriverLevels(s, tank, rows->cur[i], rows->max[i], rows->res[i]);
-    return;
+    return true;
   }
   const int wanted = s->TankToTankField(tank);
   for (size_t i = 0; i < rows->field.size(); ++i) {
     if (rows->field[i] == wanted) StoreDriverLevels(s, tank, rows->cur[i], rows->max[i], rows->res[i]);
   }
+  return true;
 }
 
 }  // namespace
@@ -365,10 +374,11 @@ int SlvTankLevels(slave* s, int tank, double* cur, double* res, double* max, lon
   if (res != nullptr) *res = 0.0;
   if (max != nullptr) *max = 0.0;
   if (cistId != nullptr) *cistId = 0;
-  if (SlvTankRecord(s, tank, nullptr) == nullptr) return 0;
+  Qdbase* tanks = SlvTankRecord(s, tank, nullptr);
+  if (tanks == nullptr) return 0;
 
-  RefreshFromDriver(s, tank);
-  const int own = ReadTankQnts(s, tank, cur, res, max, cistId);
+  const bool visited = RefreshFromDriver(s, tank);
+  const int own = ReadTankQnts(s, tank, cur, res, max, cistId, visited ? nullptr : tanks);
   if (own == 1) return 1;
   if (own == -1) return 0;
 
