@@ -142,6 +142,18 @@ class Qdbase {
   int ReadDouble(const char* field, double* value);
   int ReadLogical(const char* field, int* value);
 
+  // Field access by number, for callers that read or write the same fields
+  // of many records: field is the number FieldNo gives. Each behaves as its
+  // form by name (same results, same refusals); a number outside
+  // 1..FieldCount() is a field the table lacks. A field keeps its number
+  // while Generation() stays the same: a caller that keeps numbers looks
+  // them up again when it changes (the table was read again, perhaps with
+  // another layout, or reopened).
+  int FieldCount() const;  // 0 for a closed table
+  int ReadFieldLong(int field, long* value);
+  int ReadFieldDouble(int field, double* value);
+  int WriteFieldDouble(int field, double value);
+
   // Reads a text field into buf, which holds size bytes, terminator
   // included: the leading characters that fit, as stored, leading blanks
   // kept, and a terminator; result 1 also when the text was longer than
@@ -225,9 +237,10 @@ class Qdbase {
   // The bound file's full name ("" before SetFiles).
   const char* FileName() const;
 
-  // A number that changes whenever the table was read again because the
-  // file changed under it (another process appended, deleted, packed or
-  // rewrote a key). A caller that keeps record numbers compares it.
+  // A number that changes whenever the table is opened and whenever it was
+  // read again because the file changed under it (another process
+  // appended, deleted, packed or rewrote a key). A caller that keeps record
+  // or field numbers compares it.
   long Generation() const;
 
   // How many calls on this table have failed for want of the file (a read

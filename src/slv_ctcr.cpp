@@ -131,12 +131,13 @@ int ColourantInDispenser::Read(long cnt) try {
     // The cistern id is a number, stored as digits or as a number of any
     // width; the entry keeps it as "%5ld". One that does not fit there is
     // refused rather than cut to another id.
+    const SlvLevelFields& tankFields = SlvLevelFieldsOf(tanks);
     long cistId = 0;
-    bool read = SlvReadNumber(tanks, "CIST_ID", &cistId);
+    bool read = SlvReadNumber(tanks, tankFields.cistId, &cistId);
     // 1: the tank's cistern is found (or it names none), 2: it is not.
     int located = 1;
     if (read && cistId != 0 && cist != nullptr) located = SlvSeekCistern(cist, cistId) ? 1 : 2;
-    read = read && SlvReadNumber(tanks, "MAX_Q", &entry.max_q);
+    read = read && SlvReadNumber(tanks, tankFields.maxQ, &entry.max_q);
     entry.mpx = ReadMpx(tanks);
     if (cistId != 0 && !StoreCistId(&entry, cistId)) {
       TarvoTrace("\n%s(%d): cistern id %ld of tank %d does not fit", kSource, __LINE__, cistId,
@@ -149,10 +150,11 @@ int ColourantInDispenser::Read(long cnt) try {
     Qdbase* levels = (entry.max_q != -1.0 && cist != nullptr && located == 1 && cistId != 0)
                          ? cist
                          : tanks;
-    if (levels == cist) read = read && SlvReadNumber(cist, "MAX_Q", &entry.max_q);
-    read = read && SlvReadNumber(levels, "CUR_Q", &entry.cur_q) &&
-           SlvReadNumber(levels, "RES_Q", &entry.res_q) &&
-           SlvReadNumber(tanks, "THRESHOLD", &entry.threshold);
+    const SlvLevelFields& levelFields = SlvLevelFieldsOf(levels);
+    if (levels == cist) read = read && SlvReadNumber(cist, levelFields.maxQ, &entry.max_q);
+    read = read && SlvReadNumber(levels, levelFields.curQ, &entry.cur_q) &&
+           SlvReadNumber(levels, levelFields.resQ, &entry.res_q) &&
+           SlvReadNumber(tanks, tankFields.threshold, &entry.threshold);
     if (!read) {
       TarvoTrace("\n%s(%d): tank %d of colorant %ld cannot be read", kSource, __LINE__,
                  entry.tank, cnt);

@@ -171,6 +171,22 @@ class SlvBooking {
 // field is there and cannot be read (a failed read is never a value).
 bool SlvReadNumber(Qdbase* table, const char* field, double* value);
 bool SlvReadNumber(Qdbase* table, const char* field, long* value);
+// The same by field number (0: the table has no such field).
+bool SlvReadNumber(Qdbase* table, int field, double* value);
+bool SlvReadNumber(Qdbase* table, int field, long* value);
+
+// The numbers of the quantity fields of the tank or cistern table (0: the
+// table has no such field), looked up by name once for each layout the
+// table is read with. Every tank visit reads these fields, so they are not
+// looked up by name on every read.
+struct SlvLevelFields {
+  int cistId = 0;
+  int maxQ = 0;
+  int curQ = 0;
+  int resQ = 0;
+  int threshold = 0;
+};
+const SlvLevelFields& SlvLevelFieldsOf(Qdbase* table);
 
 // Takes quantities off the levels within booking, which the caller began
 // before it read the levels it split by: all of them are booked, or none

@@ -74,13 +74,13 @@ int slave::change_level(int circuit, double quantity, int relative, int notify) 
   // The tank record is the record of the level: it is written first, and
   // its cistern follows only once it holds the new level, so a refused
   // tank write leaves both files as they were.
-  if (!tanks->WriteDouble("CUR_Q", level)) {
+  if (!tanks->WriteFieldDouble(SlvLevelFieldsOf(tanks).curQ, level)) {
     TarvoTrace("\n%s (%d) failure writing in TANKS database", kSource, __LINE__);
     return 0;
   }
   // A circuit without a cistern writes no cistern record: the current one
   // belongs to another reservoir.
-  if (cist != nullptr && cistId != 0 && !cist->WriteDouble("CUR_Q", level)) {
+  if (cist != nullptr && cistId != 0 && !cist->WriteFieldDouble(SlvLevelFieldsOf(cist).curQ, level)) {
     TarvoTrace("\n%s (%d) failure writing in CISTERN database", kSource, __LINE__);
   }
   if (!booking.Commit()) {

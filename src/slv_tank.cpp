@@ -58,19 +58,23 @@ int ReadTankQnts(slave* s, int tank, double* cur, double* res, double* max, long
   }
   if (tanks == nullptr) return -1;
   // A quantity that cannot be read is no quantity: it is never taken as 0.
+  const SlvLevelFields& fields = SlvLevelFieldsOf(tanks);
   double maxQ = 0.0;
-  if (!tanks->ReadDouble("MAX_Q", &maxQ)) return -1;
+  if (!tanks->ReadFieldDouble(fields.maxQ, &maxQ)) return -1;
   if (!(maxQ > -1.0)) return 0;
 
   long id = 0;
-  if (!SlvReadNumber(tanks, "CIST_ID", &id)) return -1;
+  if (!SlvReadNumber(tanks, fields.cistId, &id)) return -1;
   if (id != 0) {
     if (cist == nullptr || !SlvSeekCistern(cist, id)) return -1;
-    if (!cist->ReadDouble("MAX_Q", &maxQ)) return -1;
+    if (!cist->ReadFieldDouble(SlvLevelFieldsOf(cist).maxQ, &maxQ)) return -1;
   }
   if (maxQ == -1.0) return -1;
   double curQ = 0.0, resQ = 0.0;
-  if (!tanks->ReadDouble("CUR_Q", &curQ) || !tanks->ReadDouble("RES_Q", &resQ)) return -1;
+  if (!tanks->ReadFieldDouble(fields.curQ, &curQ) ||
+      !tanks->ReadFieldDouble(fields.resQ, &resQ)) {
+    return -1;
+  }
   if (cur != nullptr) *cur = curQ;
   if (res != nullptr) *res = resQ;
   if (max != nullptr) *max = maxQ;

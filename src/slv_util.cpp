@@ -148,3 +148,45 @@ bool SlvReadNumber(Qdbase* table, const char* field, double* value) {
 bool SlvReadNumber(Qdbase* table, const char* field, long* value) {
   return table->ReadLong(field, value) != 0 || table->FieldNo(field) == 0;
 }
+
+bool SlvReadNumber(Qdbase* table, int field, double* value) {
+  *value = 0.0;
+  return field == 0 || table->ReadFieldDouble(field, value) != 0;
+}
+
+bool SlvReadNumber(Qdbase* table, int field, long* value) {
+  *value = 0;
+  return field == 0 || table->ReadFieldLong(field, value) != 0;
+}
+
+const SlvLevelFields& SlvLevelFieldsOf(Qdbase* table) {
+  // One entry for each table the library keeps open (dispensers, tanks,
+  // cisterns) and a spare. A table read again has a new generation, and
+  // perhaps another layout: its numbers are looked up again.
+  struct Entry {
+    const Qdbase* table = nullptr;
+    long generation = 0;
+    int count = 0;
+    SlvLevelFields fields;
+  };
+  static Entry entries[4];
+  static size_t next = 0;
+  const long generation = table->Generation();
+  const int count = table->FieldCount();
+  for (const Entry& entry : entries) {
+    if (entry.table == table && entry.generation == generation && entry.count == count) {
+      return entry.fields;
+    }
+  }
+  Entry& entry = entries[next];
+  next = (next + 1) % (sizeof entries / sizeof entries[0]);
+  entry.table = table;
+  entry.generation = generation;
+  entry.count = count;
+  entry.fields.cistId = table->FieldNo("CIST_ID");
+  entry.fields.maxQ = table->FieldNo("MAX_Q");
+  entry.fields.curQ = table->FieldNo("CUR_Q");
+  entry.fields.resQ = table->FieldNo("RES_Q");
+  entry.fields.threshold = table->FieldNo("THRESHOLD");
+  return entry.fields;
+}

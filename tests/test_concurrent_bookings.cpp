@@ -122,6 +122,67 @@ TEST_F(ConcurrentBookings, ApplicationAndToolTakingTurns) {
   EXPECT_EQ(levels.at(2) + levels.at(3), cisterns.at(1) + cisterns.at(2));
 }
 
+// Another tool rewrites the tank and cistern tables with the same records
+// and their fields in the reverse order (and replaces the files, as a pack
+// does). The application's next bookings read and write each quantity in
+// its own field of the new layout, not where the field was before.
+TEST_F(ConcurrentBookings, ApplicationFollowsATableRewrittenWithAnotherLayout) {
+  slave app(1);
+  ASSERT_EQ(app.m_DispId, 1);
+  app.m_PurgeSrvOff = 1;
+  ASSERT_TRUE(Dispense(app, "(3:1.000)(7:10.000)"));
+  EXPECT_EQ(1199.0, Level(app, 5));
+
+  const char kReverse[] = R"PY(
+import os, struct, sys
+def reverse_fields(path):
+    data = open(path, 'rb').read()
+    count, header_len, record_len = struct.unpack('<IHH', data[4:12])
+    fields, pos = [], 32
+    while data[pos] != 0x0D:
+        fields.append(data[pos:pos + 32])
+        pos += 32
+    spans, at = [], 1
+    for f in fields:
+        spans.append((at, at + f[16]))
+        at += f[16]
+    order = list(reversed(range(len(fields))))
+    head = data[:32] + b''.join(fields[i] for i in order) + data[pos:header_len]
+    body = b''
+    for r in range(count):
+        rec = data[header_len + r * record_len:header_len + (r + 1) * record_len]
+        body += rec[:1] + b''.join(rec[spans[i][0]:spans[i][1]] for i in order)
+    tmp = path + '.new'
+    open(tmp, 'wb').write(head + body + data[header_len + count * record_len:])
+    os.replace(tmp, path)
+for p in sys.argv[1:]:
+    reverse_fields(p)
+)PY";
+  ASSERT_EQ(0, qtest::RunPython(std::string(kReverse) + "\nreverse_fields(" +
+                                    qtest::PyQuote(tables_.FileOf(QDB_SCHEMA_TANKS)) +
+                                    ")\nreverse_fields(" +
+                                    qtest::PyQuote(tables_.FileOf(QDB_SCHEMA_CISTERN)) + ")\n"));
+
+  ASSERT_TRUE(Dispense(app, "(3:1.000)(7:10.000)"));
+  EXPECT_EQ(1198.0, Level(app, 5));
+  app.CloseDatabases();
+  const std::map<int, double> levels = TankLevelsOnDisk();
+  EXPECT_EQ(1198.0, levels.at(5));
+  EXPECT_EQ(3000.0, levels.at(1));
+  EXPECT_EQ(2000.0 - 20.0, levels.at(2));
+  EXPECT_EQ(2000.0 - 20.0, CisternLevelsOnDisk().at(1));
+  // Reserves and maxima are where they were: nothing was written into them.
+  std::vector<std::string> rows;
+  ASSERT_EQ(4, qtest::DbfReadAll(tables_.FileOf(QDB_SCHEMA_TANKS), {"TANK", "RES_Q", "MAX_Q"},
+                                 &rows));
+  EXPECT_EQ((std::vector<std::string>{"1 10.0 5000.0", "2 10.0 4000.0", "3 -1.0 -1.0",
+                                      "5 10.0 5000.0"}),
+            rows);
+  ASSERT_EQ(1, qtest::DbfReadAll(tables_.FileOf(QDB_SCHEMA_CISTERN), {"ID", "RES_Q", "MAX_Q"},
+                                 &rows));
+  EXPECT_EQ(std::vector<std::string>{"1 10.0 4000.0"}, rows);
+}
+
 // Two processes book at the same time, 500 dispenses each, while a third
 // fills tank 5 in steps and switches the linked pair (appending a
 // cistern): nothing is lost, nothing counted twice.

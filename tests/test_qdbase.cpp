@@ -730,6 +730,72 @@ TEST_F(QdbaseTest, ReadOfAFieldTheTableLacksFails) {
   EXPECT_EQ(0, db.ReadLong("ID", nullptr));
 }
 
+TEST_F(QdbaseTest, FieldsByNumberReadAndWriteAsByName) {
+  FillStandard();
+  Qdbase db;
+  EXPECT_EQ(0, db.FieldCount());  // closed
+  OpenWith(db, {});
+  ASSERT_EQ(5, db.FieldCount());
+  const int id = db.FieldNo("ID");
+  const int qty = db.FieldNo("QTY");
+  const int name = db.FieldNo("NAME");
+  for (int ok = db.Top(); ok; ok = db.Next()) {
+    long byName = 0, byNumber = 0;
+    double qtyByName = 0, qtyByNumber = 0;
+    ASSERT_EQ(1, db.ReadLong("ID", &byName));
+    ASSERT_EQ(1, db.ReadFieldLong(id, &byNumber));
+    EXPECT_EQ(byName, byNumber);
+    ASSERT_EQ(1, db.ReadDouble("QTY", &qtyByName));
+    ASSERT_EQ(1, db.ReadFieldDouble(qty, &qtyByNumber));
+    EXPECT_EQ(qtyByName, qtyByNumber);
+  }
+  // A text that is not a number fails by number as by name.
+  ASSERT_EQ(1, db.Go(1));
+  long l = 5;
+  double d = 5;
+  EXPECT_EQ(db.ReadLong("NAME", &l), db.ReadFieldLong(name, &l));
+  EXPECT_EQ(0, l);
+  // Writes: the same refusals (a value too wide for N(8,3)) and the same bytes.
+  EXPECT_EQ(0, db.WriteFieldDouble(qty, 123456.0));
+  ASSERT_EQ(1, db.WriteFieldDouble(qty, 7.125));
+  ASSERT_EQ(1, db.ReadDouble("QTY", &d));
+  EXPECT_EQ(7.125, d);
+  ASSERT_EQ(1, db.Close());
+  EXPECT_NE(std::string::npos, ReadFile(File()).find("   7.125"));
+}
+
+TEST_F(QdbaseTest, FieldNumbersOutsideTheTableFail) {
+  FillStandard();
+  Qdbase db;
+  long l = 5;
+  double d = 5;
+  EXPECT_EQ(0, db.ReadFieldLong(1, &l));  // closed
+  EXPECT_EQ(0, l);
+  OpenWith(db, {});
+  const std::string before = ReadFile(File());
+  for (int field : {0, -1, 6, 1000}) {
+    l = 5;
+    d = 5;
+    EXPECT_EQ(0, db.ReadFieldLong(field, &l)) << field;
+    EXPECT_EQ(0, l);
+    EXPECT_EQ(0, db.ReadFieldDouble(field, &d)) << field;
+    EXPECT_EQ(0.0, d);
+    EXPECT_EQ(0, db.WriteFieldDouble(field, 1.0)) << field;
+  }
+  EXPECT_EQ(0, db.ReadFieldLong(1, nullptr));
+  EXPECT_EQ(0, db.ReadFieldDouble(1, nullptr));
+  EXPECT_EQ(before, ReadFile(File()));
+}
+
+TEST_F(QdbaseTest, GenerationChangesWhenTheTableIsOpenedAgain) {
+  Qdbase db;
+  OpenWith(db, {});
+  const long first = db.Generation();
+  ASSERT_EQ(1, db.Close());
+  ASSERT_EQ(1, db.Open());
+  EXPECT_NE(first, db.Generation());
+}
+
 TEST_F(QdbaseTest, ReadLongDropsAFractionAndReadIntChecksItsRange) {
   const QdbField fields[] = {{"BIG", 'N', 19, 0}, {"FRAC", 'N', 8, 3}};
   ASSERT_EQ(1, Qdbase::Create(dir.path().c_str(), "big", 2, fields));

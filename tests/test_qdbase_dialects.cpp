@@ -214,7 +214,9 @@ TEST_P(TextDialects, ReadWriteAppendDeleteAndPackKeepEverythingElse) {
   EXPECT_EQ(after.substr(8, 4), before.substr(8, 4)) << "header and record lengths";
   const size_t descriptors = 32 + 32 * fields.size() + 1;
   EXPECT_EQ(after.substr(32, descriptors - 32), before.substr(32, descriptors - 32));
-  if (*p.memoFile != 0) EXPECT_EQ(ReadFile(Path(p.memoFile)), memo);
+  if (*p.memoFile != 0) {
+    EXPECT_EQ(ReadFile(Path(p.memoFile)), memo);
+  }
 
   const std::string read = Dbfread();
   EXPECT_NE(read.find("2|two|190.5|"), std::string::npos) << read;

@@ -789,6 +789,10 @@ int Qdbase::IsDeleted() const {
 
 int Qdbase::FieldNo(const char* field) const { return impl_->FindField(field) + 1; }
 
+int Qdbase::FieldCount() const {
+  return impl_->IsOpen() ? static_cast<int>(impl_->layout.fields.size()) : 0;
+}
+
 int Qdbase::FieldWidth(const char* field) const {
   const int fi = impl_->FindField(field);
   return fi < 0 ? 0 : impl_->Field(fi).width;
@@ -807,18 +811,12 @@ unsigned long Qdbase::FailedCalls() const { return impl_->ioErrors; }
 
 namespace {
 
-bool ReadNumber(Qdbase::Impl& m, const char* field, FieldNumber* number) {
-  const int fi = m.FindField(field);
-  return fi >= 0 && m.Number(fi, number);
-}
-
-}  // namespace
-
-int Qdbase::ReadLong(const char* field, long* value) try {
+// The numeric reads, by field index (-1: no such field).
+int ReadLongOf(Qdbase::Impl& m, int fi, long* value) {
   if (value == nullptr) return 0;
   *value = 0;
   FieldNumber number;
-  if (!ReadNumber(*impl_, field, &number)) return 0;
+  if (fi < 0 || !m.Number(fi, &number)) return 0;
   if (number.integral && number.wholeExact) {
     *value = static_cast<long>(number.whole);
     return 1;
@@ -828,6 +826,27 @@ int Qdbase::ReadLong(const char* field, long* value) try {
   if (d < -9223372036854775808.0 || d >= 9223372036854775808.0) return 0;
   *value = static_cast<long>(d);
   return 1;
+}
+
+int ReadDoubleOf(Qdbase::Impl& m, int fi, double* value) {
+  if (value == nullptr) return 0;
+  *value = 0.0;
+  FieldNumber number;
+  if (fi < 0 || !m.Number(fi, &number)) return 0;
+  *value = number.value;
+  return 1;
+}
+
+}  // namespace
+
+int Qdbase::ReadLong(const char* field, long* value) try {
+  return ReadLongOf(*impl_, impl_->FindField(field), value);
+} catch (...) {
+  return impl_->Failed(0);
+}
+
+int Qdbase::ReadFieldLong(int field, long* value) try {
+  return ReadLongOf(*impl_, impl_->FieldIndex(field), value);
 } catch (...) {
   return impl_->Failed(0);
 }
@@ -842,12 +861,13 @@ int Qdbase::ReadInt(const char* field, int* value) {
 }
 
 int Qdbase::ReadDouble(const char* field, double* value) try {
-  if (value == nullptr) return 0;
-  *value = 0.0;
-  FieldNumber number;
-  if (!ReadNumber(*impl_, field, &number)) return 0;
-  *value = number.value;
-  return 1;
+  return ReadDoubleOf(*impl_, impl_->FindField(field), value);
+} catch (...) {
+  return impl_->Failed(0);
+}
+
+int Qdbase::ReadFieldDouble(int field, double* value) try {
+  return ReadDoubleOf(*impl_, impl_->FieldIndex(field), value);
 } catch (...) {
   return impl_->Failed(0);
 }
@@ -920,13 +940,25 @@ int Qdbase::WriteLong(const char* field, long value) try {
 
 int Qdbase::WriteInt(const char* field, int value) { return WriteLong(field, value); }
 
-int Qdbase::WriteDouble(const char* field, double value) try {
-  const int fi = impl_->FindField(field);
+namespace {
+
+// WriteDouble by field index (-1: no such field).
+int WriteDoubleOf(Qdbase::Impl& m, int fi, double value) {
   std::string bytes;
-  if (fi < 0 || !impl_->Writable() || !qdb::EncodeNumber(impl_->Field(fi), value, &bytes)) {
-    return 0;
-  }
-  return impl_->Store(fi, bytes, true, &value);
+  if (fi < 0 || !m.Writable() || !qdb::EncodeNumber(m.Field(fi), value, &bytes)) return 0;
+  return m.Store(fi, bytes, true, &value);
+}
+
+}  // namespace
+
+int Qdbase::WriteDouble(const char* field, double value) try {
+  return WriteDoubleOf(*impl_, impl_->FindField(field), value);
+} catch (...) {
+  return impl_->Failed(0);
+}
+
+int Qdbase::WriteFieldDouble(int field, double value) try {
+  return WriteDoubleOf(*impl_, impl_->FieldIndex(field), value);
 } catch (...) {
   return impl_->Failed(0);
 }

@@ -127,6 +127,11 @@ struct Qdbase::Impl {
 
   bool IsOpen() const { return file.IsOpen(); }
   int FindField(const char* name) const;
+  // The index of the field numbered field (1-based), -1 when there is none.
+  int FieldIndex(int field) const {
+    return IsOpen() && field >= 1 && static_cast<size_t>(field) <= layout.fields.size() ? field - 1
+                                                                                          : -1;
+  }
   const qdb::DbfField& Field(int fi) const { return layout.fields[static_cast<size_t>(fi)]; }
 
   // The current record's bytes, read from the file when needed; null (with
