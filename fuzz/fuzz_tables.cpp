@@ -107,11 +107,15 @@ const std::string& InitDataDir() {
 const std::string& DataDir() { return g_dir; }
 
 Row::Row(const char* base) : ok_(false) {
-  ok_ = table_.SetFiles(g_dir.c_str(), base, 0, nullptr, nullptr) == 1 && table_.Open() == 1 &&
-        table_.Append() == 1;
+  if (table_.SetFiles(g_dir.c_str(), base, 0, nullptr, nullptr) != 1 || table_.Open() != 1) return;
+  // The record's writes are one booking: one lock and one write of the
+  // file for the whole record, not one for each field.
+  booking_.reset(new QdbBooking(&table_));
+  ok_ = booking_->Ok() == 1 && table_.Append() == 1;
 }
 
 Row::~Row() {
+  booking_.reset();  // a record not finished is abandoned
   if (table_.IsOpen()) table_.Close();
 }
 
@@ -144,7 +148,9 @@ Row& Row::TextId(const char* field, long v) {
 }
 
 bool Row::Finish() {
-  const bool ok = ok_ && table_.Close() == 1;
+  bool ok = ok_ && booking_ != nullptr && booking_->Commit() == 1;
+  booking_.reset();
+  ok = table_.Close() == 1 && ok;
   return ok;
 }
 

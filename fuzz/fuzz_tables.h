@@ -8,6 +8,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -45,7 +46,8 @@ void Snapshot();
 void Restore();
 
 // Opens table base of the data directory (no index), appends one record
-// and lets the caller fill it; the record is complete when Finish() returns.
+// and lets the caller fill it; the record reaches the file, whole, when
+// Finish() returns (a Row destroyed unfinished leaves no record).
 class Row {
  public:
   explicit Row(const char* base);
@@ -62,6 +64,7 @@ class Row {
 
  private:
   Qdbase table_;
+  std::unique_ptr<QdbBooking> booking_;
   bool ok_;
 };
 
