@@ -1,6 +1,7 @@
 // Raw bytes as a dBase file, opened and walked through Qdbase: every
-// navigation, typed reads of every field into buffers of several sizes,
-// indexes on its fields with seeks, and on a copy of the file writes, an
+// navigation, typed reads of every field (by name and by number, which
+// must agree) into buffers of several sizes, indexes on its fields with
+// seeks, and on a copy of the file writes (by name and by number), an
 // append, a delete, Pack and RebuildIndex.
 #include <stddef.h>
 #include <stdint.h>
@@ -50,10 +51,19 @@ void ReadEverything(Qdbase& t, const std::vector<std::string>& names) {
     long l = 0;
     int i = 0;
     double d = 0;
-    t.ReadLong(f, &l);
+    const int longRead = t.ReadLong(f, &l);
     t.ReadInt(f, &i);
-    t.ReadDouble(f, &d);
+    const int doubleRead = t.ReadDouble(f, &d);
     t.ReadLogical(f, &i);
+    // By number, the same answers as by name.
+    const int no = t.FieldNo(f);
+    long byNumber = 0;
+    double dByNumber = 0;
+    if (t.ReadFieldLong(no, &byNumber) != longRead || byNumber != l) __builtin_trap();
+    if (t.ReadFieldDouble(no, &dByNumber) != doubleRead ||
+        memcmp(&dByNumber, &d, sizeof d) != 0) {
+      __builtin_trap();
+    }
     for (int size : {1, 2, 6, 12, 300}) {
       // Exactly size bytes on the heap: a write past them is caught.
       std::vector<char> buf(static_cast<size_t>(size));
@@ -65,6 +75,9 @@ void ReadEverything(Qdbase& t, const std::vector<std::string>& names) {
   }
   long l = 0;
   t.ReadLong("NO_SUCH", &l);
+  if (t.ReadFieldLong(t.FieldCount() + 1, &l) != 0 || t.ReadFieldLong(0, &l) != 0) {
+    __builtin_trap();
+  }
 }
 
 void Walk(Qdbase& t, const std::vector<std::string>& names) {
@@ -166,11 +179,20 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       }
     } else {
       if (t.Top()) {
+        bool byNumber = false;
         for (const std::string& n : names) {
           char buf[300];
           if (t.ReadString(n.c_str(), buf, sizeof buf, 0, 0)) t.WriteString(n.c_str(), buf);
           double d = 0;
-          if (t.ReadDouble(n.c_str(), &d)) t.WriteDouble(n.c_str(), d + 1);
+          // Every other number is written by field number.
+          if (t.ReadDouble(n.c_str(), &d)) {
+            if (byNumber) {
+              t.WriteFieldDouble(t.FieldNo(n.c_str()), d + 1);
+            } else {
+              t.WriteDouble(n.c_str(), d + 1);
+            }
+          }
+          byNumber = !byNumber;
         }
       }
       if (t.Append()) {
