@@ -7,7 +7,8 @@
 # Usage: scripts/valgrind.sh [BUILD_DIR] [PROGRAM...]
 #   BUILD_DIR  default build-vg
 #   PROGRAM    test program names (e.g. test_tank_queries); default: all
-# JOBS sets the build's parallelism (default 1). TRACK_ORIGINS=yes makes
+# JOBS sets the build's parallelism and how many programs run at once
+# (default 1). TRACK_ORIGINS=yes makes
 # valgrind tell where an uninitialised value came from (slower). Logs are left in
 # BUILD_DIR/valgrind/<program>.log.
 set -euo pipefail
@@ -45,10 +46,15 @@ mkdir -p "$logs"
 # The environment ctest gives every test program.
 export QSLAVE_TRACE= QSLAVE_SIM= QSLAVE_DATA=
 
-failed=()
-for p in "${programs[@]}"; do
-  exe="$build/tests/$p"
-  [ -x "$exe" ] || { echo "valgrind.sh: no test program $exe" >&2; failed+=("$p"); continue; }
+# Runs one program under memcheck; its line of the report goes to
+# $logs/<program>.result and its exit status to $logs/<program>.rc.
+run_one() {
+  local p=$1 exe="$build/tests/$1" start rc secs summary used
+  if [ ! -x "$exe" ]; then
+    echo "valgrind.sh: no test program $exe" > "$logs/$p.result"
+    echo 1 > "$logs/$p.rc"
+    return
+  fi
   start=$(date +%s)
   set +e
   (cd "$build/tests" && valgrind --tool=memcheck --leak-check=full \
@@ -61,8 +67,28 @@ for p in "${programs[@]}"; do
   secs=$(( $(date +%s) - start ))
   summary=$(grep -E 'ERROR SUMMARY' "$logs/$p.log" | tail -1 | sed 's/^==[0-9]*== //' || true)
   used=$(grep -E 'used_suppression' "$logs/$p.log" | sed 's/^--[0-9]*-- *//' | tr '\n' ';' || true)
-  echo "$p: exit $rc, ${secs}s, $summary${used:+ [suppressed: $used]}"
-  [ "$rc" -eq 0 ] || failed+=("$p")
+  echo "$p: exit $rc, ${secs}s, $summary${used:+ [suppressed: $used]}" > "$logs/$p.result"
+  echo "$rc" > "$logs/$p.rc"
+}
+
+# JOBS programs at a time (the suite's programs already run side by side
+# under ctest); the report keeps the programs' order.
+running=0
+for p in "${programs[@]}"; do
+  rm -f "$logs/$p.result" "$logs/$p.rc"
+  if [ "$running" -ge "$jobs" ]; then
+    wait -n || true
+    running=$((running - 1))
+  fi
+  run_one "$p" &
+  running=$((running + 1))
+done
+wait
+
+failed=()
+for p in "${programs[@]}"; do
+  cat "$logs/$p.result" 2>/dev/null || echo "$p: no result"
+  [ "$(cat "$logs/$p.rc" 2>/dev/null || echo 1)" -eq 0 ] || failed+=("$p")
 done
 
 if [ ${#failed[@]} -ne 0 ]; then
