@@ -569,7 +569,7 @@ TEST_F(Selection, CleanReturnsToTheStateWithoutDispenser) {
   s.m_Text = "kept";
   s.m_PurgeSrvOff = 1;
   s.m_PurgeSrvPort = 77;
-  strcpy(s.m_PurgeSrvHost, "10.0.0.2");
+  strcpy(s.m_PurgeSrvHost, "::1");
   char* dosed = strdup("(1:1.000)");
   s.m_LastDosedFrm = dosed;
   s.m_LastDosedMode = 2;
@@ -600,7 +600,7 @@ TEST_F(Selection, CleanReturnsToTheStateWithoutDispenser) {
   EXPECT_EQ(s.m_Text, "kept");
   EXPECT_EQ(s.m_PurgeSrvOff, 1);
   EXPECT_EQ(s.m_PurgeSrvPort, 77);
-  EXPECT_STREQ(s.m_PurgeSrvHost, "10.0.0.2");
+  EXPECT_STREQ(s.m_PurgeSrvHost, "::1");
   // The dosed text was dropped, not freed: it is still ours to free.
   EXPECT_STREQ(dosed, "(1:1.000)");
   free(dosed);
