@@ -162,7 +162,9 @@ bool SlvReadNumber(Qdbase* table, int field, long* value) {
 const SlvLevelFields& SlvLevelFieldsOf(Qdbase* table) {
   // One entry for each table the library keeps open (dispensers, tanks,
   // cisterns) and a spare. A table read again has a new generation, and
-  // perhaps another layout: its numbers are looked up again.
+  // perhaps another layout: its numbers are looked up again. A table closed
+  // since keeps its generation but has no fields (count 0): it answers
+  // none, as its reads by name do.
   struct Entry {
     const Qdbase* table = nullptr;
     long generation = 0;

@@ -73,4 +73,43 @@ TEST(FieldCodec, NumberTextsReadAsStrtodReadsThem) {
   EXPECT_FALSE(qdb::ParseNumberText("12a", 3, &n));
 }
 
+// The shortcut a write takes to know a value changes: whenever it says
+// "another value", the bytes the write stores read as another value.
+TEST(FieldCodec, CertainlyAnotherValueOnlyWhenTheStoredValueDiffers) {
+  qdb::DbfField f;
+  f.type = 'N';
+  f.width = 14;
+  qdb::FieldNumber before;
+  before.value = 1.0;
+  f.decimals = 3;
+  EXPECT_FALSE(qdb::CertainlyAnotherValue(f, before, 1.0004));
+  EXPECT_FALSE(qdb::CertainlyAnotherValue(f, before, 1.001));   // one unit: read to tell
+  EXPECT_TRUE(qdb::CertainlyAnotherValue(f, before, 1.0011));
+  EXPECT_TRUE(qdb::CertainlyAnotherValue(f, before, 0.998));
+  before.blank = true;
+  EXPECT_FALSE(qdb::CertainlyAnotherValue(f, before, 500.0));  // blank: read to tell
+  before.blank = false;
+  f.type = 'C';
+  EXPECT_FALSE(qdb::CertainlyAnotherValue(f, before, 500.0));  // text: read to tell
+
+  f.type = 'N';
+  std::mt19937_64 random(777);
+  std::uniform_real_distribution<double> unit(-3.0, 3.0);
+  int said = 0;
+  for (int i = 0; i < 200000; ++i) {
+    f.decimals = static_cast<int>(random() % 6);
+    const double step = pow(10.0, -f.decimals);
+    before.value = std::round(unit(random) * 1000.0) * step;
+    const double v = before.value + unit(random) * step;
+    if (!qdb::CertainlyAnotherValue(f, before, v)) continue;
+    ++said;
+    std::string bytes;
+    ASSERT_TRUE(qdb::EncodeNumber(f, v, &bytes));
+    qdb::FieldNumber stored;
+    ASSERT_TRUE(qdb::ParseNumberText(bytes.data(), bytes.size(), &stored));
+    ASSERT_NE(stored.value, before.value) << before.value << " -> " << v << " " << f.decimals;
+  }
+  EXPECT_GT(said, 50000);
+}
+
 }  // namespace

@@ -280,6 +280,13 @@ bool EncodeNumber(const DbfField& f, double v, std::string* bytes) {
   }
 }
 
+bool CertainlyAnotherValue(const DbfField& f, const FieldNumber& before, double v) {
+  if ((f.type != 'N' && f.type != 'F') || before.blank || f.decimals < 0 || f.decimals > 22) {
+    return false;
+  }
+  return fabs(before.value - v) * kExactPowers[f.decimals] > 1.0;
+}
+
 bool EncodeWhole(const DbfField& f, long long v, std::string* bytes) {
   switch (f.type) {
     case 'N': case 'F': {

@@ -45,6 +45,12 @@ bool EncodeNumber(const DbfField& f, double v, std::string* bytes);
 // The same for a whole number, exact however large the field allows.
 bool EncodeWhole(const DbfField& f, long long v, std::string* bytes);
 
+// Whether storing v in the N or F field f certainly gives another value
+// than before, told without encoding v: v is stored within half a unit of
+// the field's last decimal, so more than a unit away is another value.
+// False when it cannot be told so (another type, a blank field).
+bool CertainlyAnotherValue(const DbfField& f, const FieldNumber& before, double v);
+
 // dBase logical: T, t, Y, y are true.
 inline bool LogicalTrue(char c) { return c == 'T' || c == 't' || c == 'Y' || c == 'y'; }
 

@@ -176,14 +176,24 @@ bool Qdbase::Impl::ReadRecord(long rec, std::string* out) {
 
 qdb::StagedRecord* Qdbase::Impl::Stage(long rec) {
   if (booking->last != nullptr && booking->lastRec == rec) return booking->last;
-  auto it = booking->records.find(rec);
-  if (it == booking->records.end() && !booking->spare.empty()) {
-    // An entry of an earlier booking, its buffers reused.
-    qdb::TableBooking::Records::node_type node = std::move(booking->spare.back());
-    booking->spare.pop_back();
-    qdb::StagedRecord& staged = node.mapped();
+  qdb::TableBooking::Records& records = booking->records;
+  auto it = records.find(rec);
+  if (it == records.end()) {
+    // The entry of an earlier booking when there is one, its buffers
+    // reused; else a new one. Nothing enters the map before its record is
+    // read whole, so a failed read (or an allocation that fails) leaves no
+    // entry behind.
+    qdb::TableBooking::Records::node_type node;
+    if (!booking->spare.empty()) {
+      node = std::move(booking->spare.back());
+      booking->spare.pop_back();
+    } else {
+      booking->spare.reserve(qdb::TableBooking::kSpareRecords);
+    }
+    qdb::StagedRecord fresh;
+    qdb::StagedRecord& staged = node ? node.mapped() : fresh;
     if (!ReadRecord(rec, &staged.image)) {
-      booking->spare.push_back(std::move(node));  // the place it had: no allocation
+      if (node) booking->spare.push_back(std::move(node));  // the place it had: no allocation
       return nullptr;
     }
     staged.before.clear();
@@ -191,15 +201,12 @@ qdb::StagedRecord* Qdbase::Impl::Stage(long rec) {
     staged.high = 0;
     staged.appended = false;
     staged.numbers.Forget();
-    node.key() = rec;
-    it = booking->records.insert(std::move(node)).position;
-  } else if (it == booking->records.end()) {
-    booking->spare.reserve(qdb::TableBooking::kSpareRecords);
-    qdb::StagedRecord staged;
-    if (!ReadRecord(rec, &staged.image)) return nullptr;
-    staged.low = layout.recordLength;
-    staged.high = 0;
-    it = booking->records.emplace(rec, std::move(staged)).first;
+    if (node) {
+      node.key() = rec;
+      it = records.insert(std::move(node)).position;
+    } else {
+      it = records.emplace(rec, std::move(fresh)).first;
+    }
   }
   booking->lastRec = rec;
   booking->last = &it->second;
@@ -433,15 +440,8 @@ bool Unchanged(const qdb::DbfLayout& layout, const DbfField& f, const std::strin
   if (before == nullptr || at != f.offset || static_cast<int>(bytes.size()) != f.width) {
     return false;
   }
-  // A number written with a field's decimals lands within half a unit of
-  // its last decimal: one more than a unit away from the old value is
-  // another value, without reading the new text.
-  static const double kUnit[] = {1e0,  1e-1, 1e-2,  1e-3,  1e-4,  1e-5,  1e-6,  1e-7,
-                                 1e-8, 1e-9, 1e-10, 1e-11, 1e-12, 1e-13, 1e-14, 1e-15};
-  if (written != nullptr && (f.type == 'N' || f.type == 'F') && !before->blank &&
-      f.decimals >= 0 && f.decimals <= 15 && fabs(before->value - *written) > kUnit[f.decimals]) {
-    return false;
-  }
+  // Far from the old value: another value, without reading the new text.
+  if (written != nullptr && qdb::CertainlyAnotherValue(f, *before, *written)) return false;
   // The new bytes read as the field on their own (a number is its field).
   DbfField alone = f;
   alone.offset = 0;
@@ -809,14 +809,16 @@ unsigned long Qdbase::FailedCalls() const { return impl_->ioErrors; }
 
 // --- Reads --------------------------------------------------------------------
 
-namespace {
+int Qdbase::ReadLong(const char* field, long* value) {
+  return ReadFieldLong(impl_->FindField(field) + 1, value);
+}
 
-// The numeric reads, by field index (-1: no such field).
-int ReadLongOf(Qdbase::Impl& m, int fi, long* value) {
+int Qdbase::ReadFieldLong(int field, long* value) try {
   if (value == nullptr) return 0;
   *value = 0;
+  const int fi = impl_->FieldIndex(field);
   FieldNumber number;
-  if (fi < 0 || !m.Number(fi, &number)) return 0;
+  if (fi < 0 || !impl_->Number(fi, &number)) return 0;
   if (number.integral && number.wholeExact) {
     *value = static_cast<long>(number.whole);
     return 1;
@@ -826,27 +828,6 @@ int ReadLongOf(Qdbase::Impl& m, int fi, long* value) {
   if (d < -9223372036854775808.0 || d >= 9223372036854775808.0) return 0;
   *value = static_cast<long>(d);
   return 1;
-}
-
-int ReadDoubleOf(Qdbase::Impl& m, int fi, double* value) {
-  if (value == nullptr) return 0;
-  *value = 0.0;
-  FieldNumber number;
-  if (fi < 0 || !m.Number(fi, &number)) return 0;
-  *value = number.value;
-  return 1;
-}
-
-}  // namespace
-
-int Qdbase::ReadLong(const char* field, long* value) try {
-  return ReadLongOf(*impl_, impl_->FindField(field), value);
-} catch (...) {
-  return impl_->Failed(0);
-}
-
-int Qdbase::ReadFieldLong(int field, long* value) try {
-  return ReadLongOf(*impl_, impl_->FieldIndex(field), value);
 } catch (...) {
   return impl_->Failed(0);
 }
@@ -860,14 +841,18 @@ int Qdbase::ReadInt(const char* field, int* value) {
   return 1;
 }
 
-int Qdbase::ReadDouble(const char* field, double* value) try {
-  return ReadDoubleOf(*impl_, impl_->FindField(field), value);
-} catch (...) {
-  return impl_->Failed(0);
+int Qdbase::ReadDouble(const char* field, double* value) {
+  return ReadFieldDouble(impl_->FindField(field) + 1, value);
 }
 
 int Qdbase::ReadFieldDouble(int field, double* value) try {
-  return ReadDoubleOf(*impl_, impl_->FieldIndex(field), value);
+  if (value == nullptr) return 0;
+  *value = 0.0;
+  const int fi = impl_->FieldIndex(field);
+  FieldNumber number;
+  if (fi < 0 || !impl_->Number(fi, &number)) return 0;
+  *value = number.value;
+  return 1;
 } catch (...) {
   return impl_->Failed(0);
 }
@@ -940,25 +925,17 @@ int Qdbase::WriteLong(const char* field, long value) try {
 
 int Qdbase::WriteInt(const char* field, int value) { return WriteLong(field, value); }
 
-namespace {
-
-// WriteDouble by field index (-1: no such field).
-int WriteDoubleOf(Qdbase::Impl& m, int fi, double value) {
-  std::string bytes;
-  if (fi < 0 || !m.Writable() || !qdb::EncodeNumber(m.Field(fi), value, &bytes)) return 0;
-  return m.Store(fi, bytes, true, &value);
-}
-
-}  // namespace
-
-int Qdbase::WriteDouble(const char* field, double value) try {
-  return WriteDoubleOf(*impl_, impl_->FindField(field), value);
-} catch (...) {
-  return impl_->Failed(0);
+int Qdbase::WriteDouble(const char* field, double value) {
+  return WriteFieldDouble(impl_->FindField(field) + 1, value);
 }
 
 int Qdbase::WriteFieldDouble(int field, double value) try {
-  return WriteDoubleOf(*impl_, impl_->FieldIndex(field), value);
+  const int fi = impl_->FieldIndex(field);
+  std::string bytes;
+  if (fi < 0 || !impl_->Writable() || !qdb::EncodeNumber(impl_->Field(fi), value, &bytes)) {
+    return 0;
+  }
+  return impl_->Store(fi, bytes, true, &value);
 } catch (...) {
   return impl_->Failed(0);
 }
