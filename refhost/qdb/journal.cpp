@@ -57,12 +57,6 @@ uint32_t Crc32(const unsigned char* p, size_t len) {
   return crc ^ 0xFFFFFFFFu;
 }
 
-void PutLittle(std::string* out, uint64_t value, int bytes) {
-  char little[8];
-  for (int i = 0; i < bytes; ++i) little[i] = static_cast<char>((value >> (8 * i)) & 0xFF);
-  out->append(little, static_cast<size_t>(bytes));
-}
-
 uint64_t GetLittle(const unsigned char* p, int bytes) {
   uint64_t value = 0;
   for (int i = 0; i < bytes; ++i) value |= static_cast<uint64_t>(p[i]) << (8 * i);
@@ -156,25 +150,39 @@ std::vector<std::string> NamesOf(const std::string& bytes) {
   return names;
 }
 
+// Writes value's low `bytes` bytes, least significant first, at p; answers
+// the byte after them.
+char* PutLittleAt(char* p, uint64_t value, int bytes) {
+  for (int i = 0; i < bytes; ++i) *p++ = static_cast<char>((value >> (8 * i)) & 0xFF);
+  return p;
+}
+
+char* PutBytesAt(char* p, const std::string& bytes) {
+  memcpy(p, bytes.data(), bytes.size());
+  return p + bytes.size();
+}
+
+// The entry is sized first and written in place: one allocation, no
+// growth, whatever the number of parts.
 std::string BuildEntry(const std::vector<JournalPart>& parts) {
-  size_t size = 16;
-  for (const JournalPart& part : parts) size += 22 + part.file.size() + part.bytes.size();
-  std::string entry;
-  entry.reserve(size);
-  entry.assign(kEntryMagic, 4);
-  PutLittle(&entry, 0, 4);  // length, filled in below
-  PutLittle(&entry, parts.size(), 4);
+  size_t size = 4 + 4 + 4 + 4;  // magic, length, part count ... CRC
+  for (const JournalPart& part : parts) size += 2 + part.file.size() + 8 + 8 + 4 + part.bytes.size();
+  std::string entry(size, '\0');
+  char* p = &entry[0];
+  memcpy(p, kEntryMagic, 4);
+  p += 4;
+  p = PutLittleAt(p, size, 4);
+  p = PutLittleAt(p, parts.size(), 4);
   for (const JournalPart& part : parts) {
-    PutLittle(&entry, part.file.size(), 2);
-    entry += part.file;
-    PutLittle(&entry, static_cast<uint64_t>(part.inode), 8);
-    PutLittle(&entry, static_cast<uint64_t>(part.offset), 8);
-    PutLittle(&entry, part.bytes.size(), 4);
-    entry += part.bytes;
+    p = PutLittleAt(p, part.file.size(), 2);
+    p = PutBytesAt(p, part.file);
+    p = PutLittleAt(p, static_cast<uint64_t>(part.inode), 8);
+    p = PutLittleAt(p, static_cast<uint64_t>(part.offset), 8);
+    p = PutLittleAt(p, part.bytes.size(), 4);
+    p = PutBytesAt(p, part.bytes);
   }
-  const uint64_t len = entry.size() + 4;
-  for (int i = 0; i < 4; ++i) entry[4 + i] = static_cast<char>((len >> (8 * i)) & 0xFF);
-  PutLittle(&entry, Crc32(reinterpret_cast<const unsigned char*>(entry.data()), entry.size()), 4);
+  const size_t covered = size - 4;
+  PutLittleAt(p, Crc32(reinterpret_cast<const unsigned char*>(entry.data()), covered), 4);
   return entry;
 }
 
