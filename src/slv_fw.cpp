@@ -56,7 +56,7 @@ long ProcessId() {
 }
 
 // One trace line of the command channel, "[TH_ID=<pid>] " and the text,
-// formatted once, given to slave::Message.
+// formatted once, given to a slave::Message the host set.
 void Trace(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
 void Trace(const char* fmt, ...) {
   if (slave::Message == nullptr) return;
@@ -80,17 +80,30 @@ void Trace(const char* fmt, ...) {
   slave::Message(text.c_str());
 }
 
+// A command-channel line. While slave::Message is the default one, which
+// hands its text to the host's trace on a line of its own, the line is
+// formatted by the host's trace alone, once, as that text would be; a
+// Message the host set gets the formatted text.
+#define SLV_CHANNEL_LINE(fmt, ...)                                                   \
+  do {                                                                               \
+    if (slave::Message == SlvTraceMessage) {                                         \
+      TarvoTrace("\n[TH_ID=%ld] " fmt, ProcessId(), __VA_ARGS__);                    \
+    } else {                                                                         \
+      Trace(fmt, __VA_ARGS__);                                                       \
+    }                                                                                \
+  } while (0)
+
 // The trace of a command's result: "--> error" for a query without answer,
 // the code for a query, the code and its text for an action.
 // The line of a command's result: a query's raw code, an action's code
 // with its text (none for a code outside the table).
 void TraceResult(const char* cmd, int r, bool query) {
   if (query && r == -1) {
-    Trace("%s --> error", cmd);
+    SLV_CHANNEL_LINE("%s --> error", cmd);
   } else if (query) {
-    Trace("%s --> %d  ", cmd, r);
+    SLV_CHANNEL_LINE("%s --> %d  ", cmd, r);
   } else {
-    Trace("%s --> %2d %s", cmd, r, r >= 0 && r <= 15 ? kResultText[r] : "");
+    SLV_CHANNEL_LINE("%s --> %2d %s", cmd, r, r >= 0 && r <= 15 ? kResultText[r] : "");
   }
 }
 
@@ -112,6 +125,8 @@ void PrintReinterpreted(const char* text) {
 
 }  // namespace
 
+void SlvTraceMessage(const char* text) { TarvoTrace("\n%s", text); }
+
 int slave::sendcommand(char* cmd, char* answer, int answerLen) try {
   if (cmd == nullptr || cmd[0] == '\0') {
     TarvoTrace("\n%s(%d): sendcommand refused an empty command", kSource, __LINE__);
@@ -123,7 +138,7 @@ int slave::sendcommand(char* cmd, char* answer, int answerLen) try {
   // A command goes out even when its line cannot be written for want of
   // memory: "/G0" after a dispense must not wait for a trace.
   try {
-    Trace("%s", cmd);
+    SLV_CHANNEL_LINE("%s", cmd);
   } catch (...) {
   }
   if (CommTest != nullptr) CommTest(0, m_DispId);

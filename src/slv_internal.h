@@ -42,6 +42,10 @@ void SlvAppend(Zu_IntArray* array, int value);
 void SlvAppend(Zu_LongArray* array, long value);
 void SlvAppend(Zu_DoubleArray* array, double value);
 
+// slave::Message's default: the text on a line of its own in the host's
+// trace ("\n" and the text).
+void SlvTraceMessage(const char* text);
+
 // --- The interface boundary ----------------------------------------------
 //
 // No exception leaves the library: every exported function ends in a

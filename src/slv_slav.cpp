@@ -18,8 +18,6 @@ const char kSource[] = "slv_slav";
 // this platform it is looked up relative to the current directory.
 const char kDebugFile[] = "C:\\quser\\dspdebug.dbg";
 
-void DefaultMessage(const char* text) { TarvoTrace("\n%s", text); }
-
 // putenv keeps the pointer it is given, so the text lives here for good.
 char g_dspEnv[1100];
 
@@ -66,7 +64,7 @@ void InitPurgeServerSettings(slave* s) {
 
 int slave::debug = 0;
 int slave::counter = 0;
-void (*slave::Message)(const char*) = DefaultMessage;
+void (*slave::Message)(const char*) = SlvTraceMessage;
 void (*slave::CommTest)(int, long) = nullptr;
 
 slave::slave(long id)

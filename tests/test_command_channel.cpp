@@ -408,6 +408,27 @@ TEST_F(CommandChannel, DefaultMessageHookTracesEachLineOnItsOwn) {
   EXPECT_EQ(trace_.messages(), expected);
 }
 
+// The default hook's lines are the host's trace of "\n" and the very text
+// a hook set by the host is given, for actions and queries alike, whatever
+// the code: the library hands the trace its format, which the trace fills
+// once.
+TEST_F(CommandChannel, DefaultMessageHookTracesWhatASetHookIsGiven) {
+  void (*const defaultHook)(const char*) = slave::Message;
+  const std::vector<std::pair<std::string, int>> sent = {
+      {"/S5", 0}, {"/X", 4}, {"/Y", -3}, {"/Z", 99}, {"/?A", 5}, {"/?B", -1}, {"/M1", 198}};
+  std::unique_ptr<slave> s = Open();
+  for (const auto& c : sent) Send(*s, c.first, c.second);
+  const std::vector<std::string> given = g_messages;
+  ASSERT_EQ(given.size(), 2 * sent.size());
+
+  slave::Message = defaultHook;
+  trace_.clear();
+  for (const auto& c : sent) Send(*s, c.first, c.second);
+  std::vector<std::string> expected;
+  for (const std::string& text : given) expected.push_back("\n" + text);
+  EXPECT_EQ(trace_.messages(), expected);
+}
+
 TEST_F(CommandChannel, MessageHookIsNeverNullAtStart) {
   EXPECT_NE(slave::Message, nullptr);
   EXPECT_EQ(slave::CommTest, nullptr);
