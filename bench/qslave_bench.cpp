@@ -1,7 +1,8 @@
 // What the library costs its host, against the floor: the least the same
-// work can cost. The floors do the record reads and writes the operation
-// cannot avoid straight through shapelib (with the flush the library's
-// flush mode 1 makes after every write), hand the same command text to the
+// work can cost. The floors book the records the operation cannot avoid
+// changing straight on POSIX calls, with the library's lock, journal and
+// sync (floor.h), read the formula and write the trace lines a dispense
+// writes through the host's own calls, hand the same command text to the
 // same simulated driver, and make the one XML-RPC call of the purge-server
 // update straight through XmlRpc++.
 //
@@ -12,6 +13,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <unistd.h>
 #include <valgrind/callgrind.h>
 
 #include <charconv>
@@ -24,6 +26,7 @@
 #include "bench_env.h"
 #include "floor.h"
 #include "host/qdsp32.h"
+#include "host/zutable.h"
 #include "refhost/dispenser/simulated_dispenser.h"
 #include "slave.h"
 
@@ -127,46 +130,73 @@ void BM_Dispense(benchmark::State& state) {
 }
 BENCHMARK(BM_Dispense)->ArgName("purge")->Arg(0)->Arg(1);
 
-// The floor of a dispense: the booking of the 12 tanks' levels (see
-// floor.h), the command sent to a driver of the same type, and the purge
-// server told.
+// The floor of a dispense: the formula text read with the host's formula
+// reader, each colourant's tank found in a map made beforehand (as the
+// library's tank map is made when the dispenser is selected), the booking
+// of the 12 tanks' levels (see floor.h), the command sent to a driver of
+// the same type, the purge server told, and the dispense's three trace
+// lines (the call, the command, its result) handed to the host's trace
+// with one call each.
 struct DispenseFloor {
   qbench::TableFloor table{TheEnv().floor_dir()};
-  std::vector<long> records;  // 1-based record numbers
-  std::vector<int> tanks;
-  std::vector<double> qnts;
+  // By colourant id: its tank and that tank's record (colourant t is alone
+  // in tank t).
+  std::vector<int> tankOf;
+  std::vector<long> recordOf;
+  std::vector<char> frm = Text(DispenseFormula());
   CDispenser* dsp = CDispenser_CreateNew(2, 0);
+  long pid = static_cast<long>(getpid());
   int port = 0;
 
   explicit DispenseFloor(bool purge) {
     const std::vector<long> all = TheEnv().TankRecords(qbench::kDispenseId);
-    for (int k = 0; k < 12; ++k) {
-      const int tank = 1 + 5 * k;
-      tanks.push_back(tank);
-      records.push_back(all[static_cast<size_t>(tank - 1)]);
-      qnts.push_back(0.5 + 0.25 * k);
+    tankOf.assign(all.size() + 1, 0);
+    recordOf.assign(all.size() + 1, 0);
+    for (size_t t = 0; t < all.size(); ++t) {
+      tankOf[t + 1] = static_cast<int>(t) + 1;
+      recordOf[t + 1] = all[t];
     }
     if (purge) port = TheEnv().PurgeServerPort();
   }
   ~DispenseFloor() { CDispenser_Delete(dsp, 0); }
 
   bool Run() {
+    TarvoTrace("\nQslave::Dispense( Frm=[%s], f=%.4lf, u=%.4lf, w=%d)\n", frm.data(), 1.0, 1.0, 0);
+    kformula formula;
+    formula.set(frm.data());
+    const int n = formula.count();
+    if (n < 1 || n > 64) return false;
+    long long ids[64];
+    double parsed[64];
+    formula.parse(ids, parsed);
+    std::vector<int> tanks(static_cast<size_t>(n));
+    std::vector<long> records(static_cast<size_t>(n));
+    std::vector<double> qnts(static_cast<size_t>(n));
+    for (int k = 0; k < n; ++k) {
+      if (ids[k] < 1 || ids[k] >= static_cast<long long>(recordOf.size())) return false;
+      tanks[static_cast<size_t>(k)] = tankOf[static_cast<size_t>(ids[k])];
+      records[static_cast<size_t>(k)] = recordOf[static_cast<size_t>(ids[k])];
+      qnts[static_cast<size_t>(k)] = 1.0 * parsed[k] * 1.0;
+    }
     // The "(t:q)" entries, each quantity as "%.3lf" prints it, by the
     // cheapest exact means (std::to_chars), as the library writes them.
     char command[SLV_CMD_BUFFER] = "/D";
     char* p = command + 2;
     char* const end = command + sizeof command - 1;
-    for (size_t k = 0; k < records.size(); ++k) {
+    for (int k = 0; k < n; ++k) {
       if (end - p < 64) return false;  // room for an entry of any int and a quantity
       *p++ = '(';
-      p = std::to_chars(p, end, tanks[k]).ptr;
+      p = std::to_chars(p, end, tanks[static_cast<size_t>(k)]).ptr;
       *p++ = ':';
-      p = std::to_chars(p, end, qnts[k], std::chars_format::fixed, 3).ptr;
+      p = std::to_chars(p, end, qnts[static_cast<size_t>(k)], std::chars_format::fixed, 3).ptr;
       *p++ = ')';
     }
     *p = '\0';
     if (!table.Book(records, qnts, true)) return false;
-    if (dsp->SendCommand(1, command) != 0) return false;
+    TarvoTrace("\n[TH_ID=%ld] %s", pid, command);
+    const int r = dsp->SendCommand(1, command);
+    TarvoTrace("\n[TH_ID=%ld] %s --> %2d %s", pid, command, r, "SUCCESS");
+    if (r != 0) return false;
     if (port > 0) {
       XmlRpc::XmlRpcClient client("127.0.0.1", port);
       XmlRpc::XmlRpcValue params, result;
