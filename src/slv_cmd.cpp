@@ -247,7 +247,11 @@ int slave::Dispense(char* frm, double f, double u, int w, int updLevels, int g2B
   // booked, each read from the file once. The lock is let go before the
   // command is sent.
   std::optional<SlvBooking> booking;
-  if (updLevels) booking.emplace();
+  std::optional<SlvSplitLevelsScope> splitLevels;
+  if (updLevels) {
+    booking.emplace();
+    splitLevels.emplace(this);
+  }
   Zu_LongArray ids;
   Zu_IntArray tankList;
   Zu_DoubleArray qntList;
@@ -265,6 +269,7 @@ int slave::Dispense(char* frm, double f, double u, int w, int updLevels, int g2B
   // Levels go down before the command is sent and stay down if the machine
   // refuses it.
   if (booking && !SlvBookLevels(this, &*booking, n, tanks.data(), qnts.data())) m_LevelsNotBooked = 1;
+  splitLevels.reset();
   booking.reset();
   StopperCommand(this, g2Before, "/G2");
   SetLastDosedFormula(nullptr);
@@ -382,7 +387,11 @@ int slave::DispDrv(char* frm, char* out, int outLen, double f, double u, int w, 
   m_LevelsNotBooked = 0;
   if (out == nullptr || outLen <= 0) return 0;
   std::optional<SlvBooking> booking;
-  if (updLevels) booking.emplace();
+  std::optional<SlvSplitLevelsScope> splitLevels;
+  if (updLevels) {
+    booking.emplace();
+    splitLevels.emplace(this);
+  }
   Zu_IntArray tankList;
   Zu_DoubleArray qntList;
   const int n = SplitFrmToTanks(frm, nullptr, &tankList, &qntList, f, u, w, 0, nullptr);

@@ -37,6 +37,28 @@ double ReadMpx(Qdbase* tanks) {
   return std::isfinite(value) ? value : 0.0;
 }
 
+// A tank that holds its own level (a maximum above -1) and names no
+// cistern has its quantities in its record's MAX_Q, CUR_Q and RES_Q, as
+// TankQnts reads them: they are kept for the level update of a dispense in
+// progress (SlvSplitLevelsScope).
+void KeepSplitLevels(slave* s, Qdbase* tanks, const SlvLevelFields& fields, long cistId,
+                     const CtInDspTank& entry) {
+  SlvState* state = s->m_State;
+  if (state == nullptr || !state->keepSplitLevels || cistId != 0 || !(entry.max_q > -1.0) ||
+      fields.maxQ == 0 || fields.curQ == 0 || fields.resQ == 0) {
+    return;
+  }
+  SlvState::SplitLevels kept;
+  kept.recNo = tanks->RecNo();
+  kept.generation = tanks->Generation();
+  kept.cur = entry.cur_q;
+  kept.res = entry.res_q;
+  kept.max = entry.max_q;
+  // A record read again (a colourant named twice) replaces what it had.
+  SlvForgetSplitLevels(s, tanks);
+  state->splitLevels.push_back(kept);
+}
+
 long CistId(const CtInDspTank& entry) { return strtol(entry.cist_id, nullptr, 10); }
 
 // Writes id into the entry's cistern text ("%5ld"); false when it needs
@@ -165,6 +187,7 @@ int ColourantInDispenser::Read(long cnt) try {
     if (tanks->ReadString("STATUS_FLG", flags, sizeof flags, 0, 0)) {
       memcpy(entry.status_flg, flags, sizeof flags);
     }
+    KeepSplitLevels(m_Slave, tanks, tankFields, cistId, entry);
   }
   qsort(m_Tanks, static_cast<size_t>(m_NumTanks), sizeof(CtInDspTank), CtInDspCompare_s);
   m_CntId = cnt;

@@ -107,6 +107,20 @@ struct SlvState {
   double threshold = 0.0;   // the dispenser's THRESHOLD as SetDispenserThres took it
   int thresholdResult = 0;  // and its answer
   SlvDriverRows driverRows;
+
+  // What a dispense's split read of the tanks it books (see
+  // SlvSplitLevelsScope), by the tank record's number: the level update
+  // that follows in the same booking takes a tank's quantities from here
+  // instead of reading the same fields of the same record again.
+  // A dispense books a few tanks: they are looked for one by one, and the
+  // list keeps its room from one dispense to the next.
+  struct SplitLevels {
+    long recNo = 0;        // 0: forgotten
+    long generation = -1;  // the tank table's Generation() when read
+    double cur = 0.0, res = 0.0, max = 0.0;
+  };
+  bool keepSplitLevels = false;
+  std::vector<SplitLevels> splitLevels;
 };
 
 // One call of the library: the dispenser's threshold and the driver's level
@@ -130,6 +144,34 @@ class SlvCallScope {
   SlvState* state_;
 };
 
+// A dispense that splits its formula and books the levels of the tanks it
+// chose, both in one booking: while it lives, the split keeps the
+// quantities it reads of each tank that holds its own level and names no
+// cistern, and SlvTankLevels answers such a tank from them while its record
+// is the one they were read from and holds what they say. A level written
+// forgets its record's entry. Forgotten when the scope ends.
+class SlvSplitLevelsScope {
+ public:
+  explicit SlvSplitLevelsScope(slave* s) : state_(s->m_State) {
+    if (state_ == nullptr || state_->keepSplitLevels) {
+      state_ = nullptr;  // an outer scope keeps them
+      return;
+    }
+    state_->splitLevels.clear();
+    state_->keepSplitLevels = true;
+  }
+  ~SlvSplitLevelsScope() {
+    if (state_ == nullptr) return;
+    state_->keepSplitLevels = false;
+    state_->splitLevels.clear();
+  }
+  SlvSplitLevelsScope(const SlvSplitLevelsScope&) = delete;
+  SlvSplitLevelsScope& operator=(const SlvSplitLevelsScope&) = delete;
+
+ private:
+  SlvState* state_;
+};
+
 // The tanks of colourant cnt, ascending. Without a state of its own (no
 // memory for it) the answer is made in *scratch.
 const std::vector<int>& SlvTanksOf(slave* s, long cnt, std::vector<int>* scratch);
@@ -138,6 +180,9 @@ const std::vector<int>& SlvTanksOf(slave* s, long cnt, std::vector<int>* scratch
 // dispenser, the tank is out of the map or has no record, or the tables are
 // closed. With cist, *cist is the cistern table (or null).
 Qdbase* SlvTankRecord(slave* s, int tank, Qdbase** cist);
+// Forgets what the split kept of the record the tank table is on: called
+// before that record's quantities are written.
+void SlvForgetSplitLevels(slave* s, Qdbase* tanks);
 // Positions the cistern table on cistern id (index 1): 1 found, 0 not.
 int SlvSeekCistern(Qdbase* cist, long id);
 

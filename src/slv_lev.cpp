@@ -71,6 +71,7 @@ int slave::change_level(int circuit, double quantity, int relative, int notify) 
     m_Dsp->SetDispenserLevels(m_DispId, 1, &circuit, &level);
   }
 
+  SlvForgetSplitLevels(this, tanks);
   // The tank record is the record of the level: it is written first, and
   // its cistern follows only once it holds the new level, so a refused
   // tank write leaves both files as they were.

@@ -34,6 +34,15 @@ Qdbase* SlvTankRecord(slave* s, int tank, Qdbase** cist) {
   return tanks;
 }
 
+void SlvForgetSplitLevels(slave* s, Qdbase* tanks) {
+  SlvState* state = s->m_State;
+  if (state == nullptr || state->splitLevels.empty()) return;
+  const long recNo = tanks->RecNo();
+  for (SlvState::SplitLevels& kept : state->splitLevels) {
+    if (kept.recNo == recNo) kept.recNo = 0;
+  }
+}
+
 int SlvSeekCistern(Qdbase* cist, long id) {
   char key[32];
   snprintf(key, sizeof key, "%5ld", id);
@@ -82,10 +91,29 @@ int ReadTankQnts(slave* s, int tank, double* cur, double* res, double* max, long
   return 1;
 }
 
+// The quantities the split of the dispense in progress read of the record
+// the tank table is on, while that record is the one they were read from
+// (see SlvSplitLevelsScope).
+bool SplitLevelsOf(slave* s, Qdbase* tanks, double* cur, double* res, double* max) {
+  const SlvState* state = s->m_State;
+  if (state == nullptr || !state->keepSplitLevels) return false;
+  const long recNo = tanks->RecNo();
+  for (const SlvState::SplitLevels& kept : state->splitLevels) {
+    if (kept.recNo != recNo) continue;
+    if (kept.generation != tanks->Generation()) return false;
+    if (cur != nullptr) *cur = kept.cur;
+    if (res != nullptr) *res = kept.res;
+    if (max != nullptr) *max = kept.max;
+    return true;
+  }
+  return false;
+}
+
 // Writes a level row reported by the driver into the tank's record.
 void StoreDriverLevels(slave* s, int tank, double cur, double max, double res) {
   Qdbase* tanks = SlvTankRecord(s, tank, nullptr);
   if (tanks == nullptr) return;
+  SlvForgetSplitLevels(s, tanks);
   tanks->WriteDouble("CUR_Q", cur);
   tanks->WriteDouble("MAX_Q", max);
   tanks->WriteDouble("RES_Q", res);
@@ -382,6 +410,9 @@ int SlvTankLevels(slave* s, int tank, double* cur, double* res, double* max, lon
   if (tanks == nullptr) return 0;
 
   const bool visited = RefreshFromDriver(s, tank);
+  // What the split of this dispense read of the record, untouched since:
+  // the same quantities, not read again (no cistern: *cistId stays 0).
+  if (!visited && SplitLevelsOf(s, tanks, cur, res, max)) return 1;
   const int own = ReadTankQnts(s, tank, cur, res, max, cistId, visited ? nullptr : tanks);
   if (own == 1) return 1;
   if (own == -1) return 0;

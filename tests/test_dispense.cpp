@@ -133,6 +133,36 @@ TEST_F(Dispensing, LevelsAreLoweredWhenAsked) {
   EXPECT_EQ(TankLevelsOnDisk(), FullExcept({{1, 887.5}, {7, 899.2}}));
 }
 
+// The level update takes what the split read of each tank; a colourant
+// named twice is booked twice, the second time from the level the first
+// left.
+TEST_F(Dispensing, ColourantNamedTwiceIsBookedTwice) {
+  Build();
+  slave s(1);
+  Quiet(s);
+  EXPECT_EQ(Dispense(s, "(10:12.500)(70:0.800)(10:0.500)", 1.0, 1.0, 0, 1), 1);
+  EXPECT_EQ(CommandsOf(s), (std::vector<std::string>{"/D(1:12.500)(7:0.800)(1:0.500)"}));
+  EXPECT_EQ(TankLevelsOnDisk(), FullExcept({{1, 887.0}, {7, 899.2}}));
+}
+
+// Each dispense reads the levels as the one before left them, also when
+// another writer changed them in between.
+TEST_F(Dispensing, EachDispenseReadsTheLevelsAgain) {
+  Build();
+  slave s(1);
+  Quiet(s);
+  EXPECT_EQ(Dispense(s, "(10:12.500)", 1.0, 1.0, 0, 1), 1);
+  EXPECT_EQ(Dispense(s, "(10:12.500)", 1.0, 1.0, 0, 1), 1);
+  EXPECT_EQ(TankLevelsOnDisk(), FullExcept({{1, 875.0}}));
+  slave other(1);
+  Quiet(other);
+  int circuit = 1;
+  double quantity = 75.0;
+  EXPECT_EQ(other.UpdateLevels(1, &circuit, &quantity, 1.0, 0), 1);
+  EXPECT_EQ(Dispense(s, "(10:12.500)", 1.0, 1.0, 0, 1), 1);
+  EXPECT_EQ(TankLevelsOnDisk(), FullExcept({{1, 787.5}}));
+}
+
 TEST_F(Dispensing, LevelsStayWhenNotAsked) {
   Build();
   slave s(1);
