@@ -209,7 +209,9 @@ bool TableFloor::Book(const std::vector<long>& records, const std::vector<double
     }
     const double cur = Number(record.data(), cur_);
     const double max = Number(record.data(), max_);
-    const double res = checkReserve ? Number(record.data(), res_) : 0.0;
+    // The reserve is read by a level batch too: a level is booked only on
+    // a record whose quantities all read as numbers, as the library books.
+    const double res = Number(record.data(), res_);
     const double threshold = checkReserve ? Number(record.data(), threshold_) : 0.0;
     // The data set has no cisterns: a record that names one is not booked
     // here. A field that is no number refuses the booking.

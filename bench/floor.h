@@ -1,8 +1,10 @@
 // The floor: the least that correct work with the library's durability
 // costs, written straight on POSIX calls (no table class). A booking takes
 // the open-file-description lock of the directory's journal and reads the
-// journal's header, reads each record it changes with one pread and reads
-// the fields it needs as whole units of their last decimal, refuses the whole booking if any record is short
+// journal's header, reads each record it changes with one pread and the
+// quantities the library reads of it (CUR_Q, MAX_Q, RES_Q, CIST_ID, and
+// THRESHOLD for a dispense) as whole units of their last decimal, refuses
+// the whole booking if any record is short or any of them is no number
 // (first pass), then formats the new levels, appends one journal entry in
 // the library's format (same header, parts and CRC-32) and syncs it, writes
 // each changed field in place, writes the applied mark, checkpoints on the
