@@ -482,6 +482,22 @@ int Count(const std::string& work, long iterations) {
   DispenseFloor dispenseFloor(false);
   LevelFloor levelFloor;
   NoState none;
+  // "driver_levels:N": UpdateLevels of every circuit of the N-circuit
+  // dispenser whose driver keeps the levels (N 16, 128 or 999).
+  slave* driverKept = nullptr;
+  std::vector<int> driverCircuits;
+  std::vector<double> driverQnts;
+  if (work.compare(0, 14, "driver_levels:") == 0) {
+    const long id = 1000 + atol(work.c_str() + 14);
+    if (TheSlaves().driverLevels.count(id) == 0) {
+      fprintf(stderr, "qslave_bench: no driver-kept dispenser for %s\n", work.c_str());
+      return 2;
+    }
+    driverKept = &DriverLevels(id);
+    driverCircuits.resize(static_cast<size_t>(qbench::CircuitsOf(id)));
+    for (size_t i = 0; i < driverCircuits.size(); ++i) driverCircuits[i] = static_cast<int>(i) + 1;
+    driverQnts.assign(driverCircuits.size(), 0.001);
+  }
 
   bool ok = true;
   auto once = [&](long i) {
@@ -497,6 +513,10 @@ int Count(const std::string& work, long iterations) {
       Tidy(none, s.m_Dsp, i);
     } else if (work == "levels_floor") {
       ok = levelFloor.Run() && ok;
+    } else if (driverKept != nullptr) {
+      ok = driverKept->UpdateLevels(static_cast<int>(driverCircuits.size()), driverCircuits.data(),
+                                    driverQnts.data(), 1.0, 0) == 1 && ok;
+      Tidy(none, driverKept->m_Dsp, i);
     } else {
       ok = false;
     }

@@ -35,12 +35,17 @@ echo "load after:  $(cut -d' ' -f1-3 /proc/loadavg)"
 
 : > "$WORK/instructions"
 if [ "$CALLGRIND" != 0 ] && command -v valgrind >/dev/null 2>&1; then
-  for work in dispense dispense_floor levels levels_floor; do
+  # The driver-kept level updates touch up to 999 circuits each: ten of
+  # them are enough for a steady count.
+  for work in dispense:100 dispense_floor:100 levels:100 levels_floor:100 \
+              driver_levels:16:10 driver_levels:128:10 driver_levels:999:10; do
+    name=${work%:*}
+    iterations=${work##*:}
     valgrind --tool=callgrind --collect-atstart=no \
-      --callgrind-out-file="$WORK/callgrind.$work" \
-      "$BIN" --count="$work" --count_iterations=100 >/dev/null 2>"$WORK/callgrind.$work.err"
-    n=$(sed -n 's/.*Collected : \([0-9]*\).*/\1/p' "$WORK/callgrind.$work.err")
-    echo "$work ${n:-0} 100" >> "$WORK/instructions"
+      --callgrind-out-file="$WORK/callgrind.$name" \
+      "$BIN" --count="$name" --count_iterations="$iterations" >/dev/null 2>"$WORK/callgrind.$name.err"
+    n=$(sed -n 's/.*Collected : \([0-9]*\).*/\1/p' "$WORK/callgrind.$name.err")
+    echo "$name ${n:-0} $iterations" >> "$WORK/instructions"
   done
 fi
 
@@ -86,6 +91,11 @@ if counts:
         if counts.get(floor):
             print("  %-9s %10.0f   floor %10.0f   ratio %.2f" %
                   (lib, counts[lib], counts[floor], counts[lib] / counts[floor]))
+    for n in (16, 128, 999):
+        work = "driver_levels:%d" % n
+        if counts.get(work):
+            print("  UpdateLevels of %3d driver-kept circuits %12.0f   per circuit %6.0f" %
+                  (n, counts[work], counts[work] / n))
 
 def ratio(a, b):
     return "%.2f" % (median[a] / median[b]) if a in median and b in median else "nan"

@@ -188,7 +188,13 @@ qdb::StagedRecord* Qdbase::Impl::Stage(long rec) {
       node = std::move(booking->spare.back());
       booking->spare.pop_back();
     } else {
-      booking->spare.reserve(qdb::TableBooking::kSpareRecords);
+      // Room now for this entry to be kept for the next booking: the
+      // booking's end must not allocate. It grows as the map does.
+      const size_t most = qdb::TableBooking::kMostSpareRecords;
+      const size_t wanted = std::min(most, records.size() + 1);
+      if (booking->spare.capacity() < wanted) {
+        booking->spare.reserve(std::min(most, std::max(wanted, 2 * booking->spare.capacity())));
+      }
     }
     qdb::StagedRecord fresh;
     qdb::StagedRecord& staged = node ? node.mapped() : fresh;

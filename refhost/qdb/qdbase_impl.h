@@ -59,8 +59,10 @@ struct TableBooking {
   bool structural = false;  // appended, deleted or rekeyed
   unsigned long errorsAtStart = 0;
 
-  // Entries of earlier bookings, at most kSpareRecords.
-  static constexpr size_t kSpareRecords = 64;
+  // Entries of earlier bookings, as many as the largest booking had (up to
+  // kMostSpareRecords): a booking of the same records again allocates
+  // nothing, whatever their number.
+  static constexpr size_t kMostSpareRecords = 1024;
   std::vector<Records::node_type> spare;
   // Empties the booking for the next one; its entries become spares.
   void Recycle() noexcept {
