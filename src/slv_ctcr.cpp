@@ -153,7 +153,7 @@ int ColourantInDispenser::Read(long cnt) try {
     // The cistern id is a number, stored as digits or as a number of any
     // width; the entry keeps it as "%5ld". One that does not fit there is
     // refused rather than cut to another id.
-    const SlvLevelFields& tankFields = SlvLevelFieldsOf(tanks);
+    const SlvLevelFields tankFields = SlvLevelFieldsOf(tanks);
     long cistId = 0;
     bool read = SlvReadNumber(tanks, tankFields.cistId, &cistId);
     // 1: the tank's cistern is found (or it names none), 2: it is not.
@@ -172,7 +172,7 @@ int ColourantInDispenser::Read(long cnt) try {
     Qdbase* levels = (entry.max_q != -1.0 && cist != nullptr && located == 1 && cistId != 0)
                          ? cist
                          : tanks;
-    const SlvLevelFields& levelFields = SlvLevelFieldsOf(levels);
+    const SlvLevelFields levelFields = SlvLevelFieldsOf(levels);
     if (levels == cist) read = read && SlvReadNumber(cist, levelFields.maxQ, &entry.max_q);
     read = read && SlvReadNumber(levels, levelFields.curQ, &entry.cur_q) &&
            SlvReadNumber(levels, levelFields.resQ, &entry.res_q) &&
@@ -189,7 +189,9 @@ int ColourantInDispenser::Read(long cnt) try {
     }
     KeepSplitLevels(m_Slave, tanks, tankFields, cistId, entry);
   }
-  qsort(m_Tanks, static_cast<size_t>(m_NumTanks), sizeof(CtInDspTank), CtInDspCompare_s);
+  if (m_NumTanks > 1) {
+    qsort(m_Tanks, static_cast<size_t>(m_NumTanks), sizeof(CtInDspTank), CtInDspCompare_s);
+  }
   m_CntId = cnt;
   return 1;
 } catch (...) {

@@ -235,7 +235,9 @@ struct SlvLevelFields {
   int resQ = 0;
   int threshold = 0;
 };
-const SlvLevelFields& SlvLevelFieldsOf(Qdbase* table);
+// Answered by value: the numbers a caller holds stay its own while other
+// tables are looked up (a table read again takes a new entry of the cache).
+SlvLevelFields SlvLevelFieldsOf(Qdbase* table);
 
 // Takes quantities off the levels within booking, which the caller began
 // before it read the levels it split by: all of them are booked, or none

@@ -67,7 +67,7 @@ int ReadTankQnts(slave* s, int tank, double* cur, double* res, double* max, long
   }
   if (tanks == nullptr) return -1;
   // A quantity that cannot be read is no quantity: it is never taken as 0.
-  const SlvLevelFields& fields = SlvLevelFieldsOf(tanks);
+  const SlvLevelFields fields = SlvLevelFieldsOf(tanks);
   double maxQ = 0.0;
   if (!tanks->ReadFieldDouble(fields.maxQ, &maxQ)) return -1;
   if (!(maxQ > -1.0)) return 0;

@@ -159,7 +159,7 @@ bool SlvReadNumber(Qdbase* table, int field, long* value) {
   return field == 0 || table->ReadFieldLong(field, value) != 0;
 }
 
-const SlvLevelFields& SlvLevelFieldsOf(Qdbase* table) {
+SlvLevelFields SlvLevelFieldsOf(Qdbase* table) {
   // One entry for each table the library keeps open (dispensers, tanks,
   // cisterns) and a spare. A table read again has a new generation, and
   // perhaps another layout: its numbers are looked up again. A table closed
