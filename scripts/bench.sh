@@ -29,7 +29,10 @@ trap 'rm -rf "$WORK"' EXIT INT TERM
 
 echo "cpu:  $(grep -m1 'model name' /proc/cpuinfo | cut -d: -f2- | sed 's/^ //') ($(nproc) cores)"
 echo "load before: $(cut -d' ' -f1-3 /proc/loadavg)"
+# Repetitions of different benchmarks are interleaved at random, so that a
+# slow spell of the disk weighs on the library and its floor alike.
 "$BIN" --benchmark_repetitions="$REPS" --benchmark_report_aggregates_only=true \
+       --benchmark_enable_random_interleaving=true \
        --benchmark_out="$WORK/results.json" --benchmark_out_format=json "$@"
 echo "load after:  $(cut -d' ' -f1-3 /proc/loadavg)"
 
