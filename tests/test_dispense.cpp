@@ -1177,6 +1177,16 @@ TEST_F(Dispensing, DispDrvLowersLevelsWhenAsked) {
   EXPECT_EQ(TankLevelsOnDisk(), FullExcept({{1, 887.5}, {7, 899.2}}));
 }
 
+TEST_F(Dispensing, DispDrvBooksAColourantNamedTwiceTwice) {
+  Build();
+  slave s(1);
+  char out[64];
+  std::string frm = "(10:12.500)(70:0.800)(10:0.500)";
+  EXPECT_EQ(s.DispDrv(&frm[0], out, 63, 1.0, 1.0, 0, 1, 1), 1);
+  EXPECT_STREQ(out, "(1:12.500)(7:0.800)(1:0.500)");
+  EXPECT_EQ(TankLevelsOnDisk(), FullExcept({{1, 887.0}, {7, 899.2}}));
+}
+
 TEST_F(Dispensing, DispDrvLeavesLevelsWhenNotAsked) {
   Build();
   slave s(1);
