@@ -5,6 +5,7 @@
 #include <string.h>
 
 #include <cmath>
+#include <new>
 #include <vector>
 
 #include "host/qdsp32.h"
@@ -56,7 +57,12 @@ void KeepSplitLevels(slave* s, Qdbase* tanks, const SlvLevelFields& fields, long
   kept.max = entry.max_q;
   // A record read again (a colourant named twice) replaces what it had.
   SlvForgetSplitLevels(s, tanks);
-  state->splitLevels.push_back(kept);
+  try {
+    state->splitLevels.push_back(kept);
+  } catch (const std::bad_alloc&) {
+    // Without room to keep them the tank's quantities are read again when
+    // its level is booked: nothing of the dispense depends on them.
+  }
 }
 
 long CistId(const CtInDspTank& entry) { return strtol(entry.cist_id, nullptr, 10); }
