@@ -41,7 +41,7 @@ filter_of() {
   esac
 }
 
-logs="$build/valgrind"
+logs="$(cd "$build" && pwd)/valgrind"  # absolute: each program runs in its own directory
 mkdir -p "$logs"
 # The environment ctest gives every test program.
 export QSLAVE_TRACE= QSLAVE_SIM= QSLAVE_DATA=
@@ -60,8 +60,8 @@ run_one() {
   (cd "$build/tests" && valgrind --tool=memcheck --leak-check=full \
       --errors-for-leak-kinds=definite,indirect --show-leak-kinds=definite,indirect \
       --error-exitcode=99 --trace-children=no --track-origins="${TRACK_ORIGINS:-no}" \
-      --suppressions="$supp" -v --log-file="$root/$logs/$p.log" \
-      "./$p" --gtest_brief=1 "$(filter_of "$p")" > "$root/$logs/$p.out" 2>&1)
+      --suppressions="$supp" -v --log-file="$logs/$p.log" \
+      "./$p" --gtest_brief=1 "$(filter_of "$p")" > "$logs/$p.out" 2>&1)
   rc=$?
   set -e
   secs=$(( $(date +%s) - start ))
