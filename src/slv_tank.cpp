@@ -113,7 +113,6 @@ bool SplitLevelsOf(slave* s, Qdbase* tanks, double* cur, double* res, double* ma
 void StoreDriverLevels(slave* s, int tank, double cur, double max, double res) {
   Qdbase* tanks = SlvTankRecord(s, tank, nullptr);
   if (tanks == nullptr) return;
-  SlvForgetSplitLevels(s, tanks);
   tanks->WriteDouble("CUR_Q", cur);
   tanks->WriteDouble("MAX_Q", max);
   tanks->WriteDouble("RES_Q", res);
@@ -410,8 +409,9 @@ int SlvTankLevels(slave* s, int tank, double* cur, double* res, double* max, lon
   if (tanks == nullptr) return 0;
 
   const bool visited = RefreshFromDriver(s, tank);
-  // What the split of this dispense read of the record, untouched since:
-  // the same quantities, not read again (no cistern: *cistId stays 0).
+  // What the split of this dispense read of the record, untouched since
+  // (a driver's levels, copied in, are read instead): the same quantities,
+  // not read again (no cistern: *cistId stays 0).
   if (!visited && SplitLevelsOf(s, tanks, cur, res, max)) return 1;
   const int own = ReadTankQnts(s, tank, cur, res, max, cistId, visited ? nullptr : tanks);
   if (own == 1) return 1;

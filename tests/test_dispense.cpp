@@ -145,6 +145,18 @@ TEST_F(Dispensing, ColourantNamedTwiceIsBookedTwice) {
   EXPECT_EQ(TankLevelsOnDisk(), FullExcept({{1, 887.0}, {7, 899.2}}));
 }
 
+// A driver that reports levels of its own is the reference: its level is
+// copied into the tank's record when the level is booked, and the booking
+// starts from it, not from what the split read of the table before.
+TEST_F(Dispensing, DriverReportedLevelIsBookedNotTheSplitsRead) {
+  Build();
+  slave s(1);
+  Quiet(s);
+  Sim(s)->SetCircuitLevel(1, 500.0, 1000.0, 10.0);
+  EXPECT_EQ(Dispense(s, "(10:12.500)", 1.0, 1.0, 0, 1), 1);
+  EXPECT_EQ(TankLevelsOnDisk(), FullExcept({{1, 487.5}}));
+}
+
 // Each dispense reads the levels as the one before left them, also when
 // another writer changed them in between.
 TEST_F(Dispensing, EachDispenseReadsTheLevelsAgain) {
