@@ -161,7 +161,9 @@ struct DispenseFloor {
   ~DispenseFloor() { CDispenser_Delete(dsp, 0); }
 
   bool Run() {
-    TarvoTrace("\nQslave::Dispense( Frm=[%s], f=%.4lf, u=%.4lf, w=%d)\n", frm.data(), 1.0, 1.0, 0);
+    // Dispense(frm, f, u, w = 0, ...) with the library's benchmark's factors.
+    const double f = 1.0, u = 1.0;
+    TarvoTrace("\nQslave::Dispense( Frm=[%s], f=%.4lf, u=%.4lf, w=%d)\n", frm.data(), f, u, 0);
     kformula formula;
     formula.set(frm.data());
     const int n = formula.count();
@@ -176,7 +178,7 @@ struct DispenseFloor {
       if (ids[k] < 1 || ids[k] >= static_cast<long long>(recordOf.size())) return false;
       tanks[static_cast<size_t>(k)] = tankOf[static_cast<size_t>(ids[k])];
       records[static_cast<size_t>(k)] = recordOf[static_cast<size_t>(ids[k])];
-      qnts[static_cast<size_t>(k)] = 1.0 * parsed[k] * 1.0;
+      qnts[static_cast<size_t>(k)] = f * parsed[k] * u;
     }
     // The "(t:q)" entries, each quantity as "%.3lf" prints it, by the
     // cheapest exact means (std::to_chars), as the library writes them.
@@ -255,16 +257,28 @@ BENCHMARK(BM_PurgeCallFloor);
 
 // --- The level batch --------------------------------------------------------
 
+// A level batch of every circuit 1..n, each lowered by 0.001.
+struct EveryCircuit {
+  std::vector<int> circuits;
+  std::vector<double> qnts;
+
+  explicit EveryCircuit(int n) : circuits(static_cast<size_t>(n)), qnts(circuits.size(), 0.001) {
+    for (int i = 0; i < n; ++i) circuits[static_cast<size_t>(i)] = i + 1;
+  }
+  // UpdateLevels of the batch on s; true when it answers 1.
+  bool Update(slave& s) {
+    return s.UpdateLevels(static_cast<int>(circuits.size()), circuits.data(), qnts.data(), 1.0,
+                          0) == 1;
+  }
+};
+
 void BM_LevelBatch(benchmark::State& state) {
   slave& s = *TheSlaves().dispense;
   s.SetLevelMax();
-  std::vector<int> circuits(qbench::kDispenseCircuits);
-  std::vector<double> qnts(circuits.size(), 0.001);
-  for (size_t i = 0; i < circuits.size(); ++i) circuits[i] = static_cast<int>(i) + 1;
+  EveryCircuit batch(qbench::kDispenseCircuits);
   long i = 0;
   for (auto _ : state) {
-    if (s.UpdateLevels(static_cast<int>(circuits.size()), circuits.data(), qnts.data(), 1.0, 0) !=
-        1) {
+    if (!batch.Update(s)) {
       state.SkipWithError("level update failed");
       break;
     }
@@ -301,13 +315,10 @@ slave& DriverLevels(long id) { return *TheSlaves().driverLevels[id]; }
 
 void BM_DriverLevelsUpdate(benchmark::State& state) {
   slave& s = DriverLevels(state.range(0));
-  const int n = qbench::CircuitsOf(state.range(0));
-  std::vector<int> circuits(static_cast<size_t>(n));
-  std::vector<double> qnts(circuits.size(), 0.001);
-  for (int i = 0; i < n; ++i) circuits[static_cast<size_t>(i)] = i + 1;
+  EveryCircuit batch(qbench::CircuitsOf(state.range(0)));
   long i = 0;
   for (auto _ : state) {
-    if (s.UpdateLevels(n, circuits.data(), qnts.data(), 1.0, 0) != 1) {
+    if (!batch.Update(s)) {
       state.SkipWithError("level update failed");
       break;
     }
@@ -476,17 +487,14 @@ int Count(const std::string& work, long iterations) {
   s.m_PurgeSrvOff = 1;
   s.SetLevelMax();
   std::vector<char> frm = Text(DispenseFormula());
-  std::vector<int> circuits(qbench::kDispenseCircuits);
-  std::vector<double> qnts(circuits.size(), 0.001);
-  for (size_t i = 0; i < circuits.size(); ++i) circuits[i] = static_cast<int>(i) + 1;
+  EveryCircuit batch(qbench::kDispenseCircuits);
   DispenseFloor dispenseFloor(false);
   LevelFloor levelFloor;
   NoState none;
   // "driver_levels:N": UpdateLevels of every circuit of the N-circuit
   // dispenser whose driver keeps the levels (N 16, 128 or 999).
   slave* driverKept = nullptr;
-  std::vector<int> driverCircuits;
-  std::vector<double> driverQnts;
+  std::unique_ptr<EveryCircuit> driverBatch;
   if (work.compare(0, 14, "driver_levels:") == 0) {
     const long id = 1000 + atol(work.c_str() + 14);
     if (TheSlaves().driverLevels.count(id) == 0) {
@@ -494,9 +502,7 @@ int Count(const std::string& work, long iterations) {
       return 2;
     }
     driverKept = &DriverLevels(id);
-    driverCircuits.resize(static_cast<size_t>(qbench::CircuitsOf(id)));
-    for (size_t i = 0; i < driverCircuits.size(); ++i) driverCircuits[i] = static_cast<int>(i) + 1;
-    driverQnts.assign(driverCircuits.size(), 0.001);
+    driverBatch.reset(new EveryCircuit(qbench::CircuitsOf(id)));
   }
 
   bool ok = true;
@@ -508,14 +514,12 @@ int Count(const std::string& work, long iterations) {
       ok = dispenseFloor.Run() && ok;
       Tidy(none, dispenseFloor.dsp, i);
     } else if (work == "levels") {
-      ok = s.UpdateLevels(static_cast<int>(circuits.size()), circuits.data(), qnts.data(), 1.0,
-                          0) == 1 && ok;
+      ok = batch.Update(s) && ok;
       Tidy(none, s.m_Dsp, i);
     } else if (work == "levels_floor") {
       ok = levelFloor.Run() && ok;
     } else if (driverKept != nullptr) {
-      ok = driverKept->UpdateLevels(static_cast<int>(driverCircuits.size()), driverCircuits.data(),
-                                    driverQnts.data(), 1.0, 0) == 1 && ok;
+      ok = driverBatch->Update(*driverKept) && ok;
       Tidy(none, driverKept->m_Dsp, i);
     } else {
       ok = false;
