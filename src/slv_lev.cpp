@@ -28,30 +28,25 @@ class FlushEveryWrite {
 
 }  // namespace
 
-int slave::change_level(int circuit, double quantity, int relative, int notify) try {
-  Qdbase* disp = nullptr;
-  Qdbase* tanks = nullptr;
-  Qdbase* cist = nullptr;
-  if (!_slv_dbhandles(&disp, &tanks, &cist)) {
-    TarvoTrace("\n%s (%d) _slv_dbhandles() failure", kSource, __LINE__);
-    return 0;
-  }
-  if (!std::isfinite(quantity)) {
-    TarvoTrace("\n%s (%d) level %g refused for circuit %d", kSource, __LINE__, quantity, circuit);
-    return 0;
-  }
-  // The level is read from the file, changed and written under the lock of
-  // the tables, tank and cistern together (or in the batch that called).
-  SlvBooking booking;
-  if (!booking.Ok()) {
-    TarvoTrace("\n%s (%d) failure writing in TANKS database", kSource, __LINE__);
-    return 0;
-  }
-  // The record that holds the circuit's level (the master's, for a linked
-  // circuit) is left current, and, when it names a cistern, the cistern's.
+namespace {
+
+// A level that is no number is refused before anything is booked.
+bool LevelIsNumber(int circuit, double quantity) {
+  if (std::isfinite(quantity)) return true;
+  TarvoTrace("\n%s (%d) level %g refused for circuit %d", kSource, __LINE__, quantity, circuit);
+  return false;
+}
+
+// Changes circuit's level (by quantity when relative, else to it) within
+// the booking its caller holds: the record that holds the level (the
+// master's, for a linked circuit) and, when it names one, its cistern's.
+// tanks and cist are the library's tables (cist null when the cistern
+// table is closed); notify tells the driver the new level.
+int BookLevel(slave* s, Qdbase* tanks, Qdbase* cist, int circuit, double quantity, int relative,
+              int notify) try {
   double cur = 0.0, res = 0.0, max = 0.0;
   long cistId = 0;
-  if (SlvTankLevels(this, circuit, &cur, &res, &max, &cistId) != 1) {
+  if (SlvTankLevels(s, circuit, &cur, &res, &max, &cistId) != 1) {
     TarvoTrace("\n%s (%d) TankQnts() failure", kSource, __LINE__);
     return 0;
   }
@@ -62,16 +57,16 @@ int slave::change_level(int circuit, double quantity, int relative, int notify) 
 
   // Telling the driver a level changes its rows: a call in progress
   // fetches them again.
-  if (notify && m_State != nullptr) m_State->driverRows.known = false;
-  if (m_Dsp != nullptr && m_Dsp->GetType(0, 0) == 7) {
+  if (notify && s->m_State != nullptr) s->m_State->driverRows.known = false;
+  if (s->m_Dsp != nullptr && s->m_Dsp->GetType(0, 0) == 7) {
     // This driver keeps the levels itself.
     if (!notify) return 1;
-    m_Dsp->SetLevels(1, &circuit, &level);
-  } else if (notify && m_Dsp != nullptr) {
-    m_Dsp->SetDispenserLevels(m_DispId, 1, &circuit, &level);
+    s->m_Dsp->SetLevels(1, &circuit, &level);
+  } else if (notify && s->m_Dsp != nullptr) {
+    s->m_Dsp->SetDispenserLevels(s->m_DispId, 1, &circuit, &level);
   }
 
-  SlvForgetSplitLevels(this, tanks);
+  SlvForgetSplitLevels(s, tanks);
   // The tank record is the record of the level: it is written first, and
   // its cistern follows only once it holds the new level, so a refused
   // tank write leaves both files as they were.
@@ -84,6 +79,30 @@ int slave::change_level(int circuit, double quantity, int relative, int notify) 
   if (cist != nullptr && cistId != 0 && !cist->WriteFieldDouble(SlvLevelFieldsOf(cist).curQ, level)) {
     TarvoTrace("\n%s (%d) failure writing in CISTERN database", kSource, __LINE__);
   }
+  return 1;
+} catch (...) {
+  return SlvFailed(s, kSource, __LINE__, "change_level", 0);
+}
+
+}  // namespace
+
+int slave::change_level(int circuit, double quantity, int relative, int notify) try {
+  Qdbase* disp = nullptr;
+  Qdbase* tanks = nullptr;
+  Qdbase* cist = nullptr;
+  if (!_slv_dbhandles(&disp, &tanks, &cist)) {
+    TarvoTrace("\n%s (%d) _slv_dbhandles() failure", kSource, __LINE__);
+    return 0;
+  }
+  if (!LevelIsNumber(circuit, quantity)) return 0;
+  // The level is read from the file, changed and written under the lock of
+  // the tables, tank and cistern together (or in the booking that called).
+  SlvBooking booking;
+  if (!booking.Ok()) {
+    TarvoTrace("\n%s (%d) failure writing in TANKS database", kSource, __LINE__);
+    return 0;
+  }
+  if (!BookLevel(this, tanks, cist, circuit, quantity, relative, notify)) return 0;
   if (!booking.Commit()) {
     TarvoTrace("\n%s (%d) failure writing in TANKS database", kSource, __LINE__);
     return 0;
@@ -101,7 +120,8 @@ int slave::UpdateLevels(int count, int* circuits, double* quantities, double fac
   }
   Qdbase* disp = nullptr;
   Qdbase* tanks = nullptr;
-  if (!_slv_dbhandles(&disp, &tanks, nullptr)) {
+  Qdbase* cist = nullptr;
+  if (!_slv_dbhandles(&disp, &tanks, &cist)) {
     TarvoTrace("\n%s (%d) _slv_dbhandles() failure", kSource, __LINE__);
     return 0;
   }
@@ -122,7 +142,10 @@ int slave::UpdateLevels(int count, int* circuits, double* quantities, double fac
     if (circuits[i] < 1 || circuits[i] > m_NumTanks || !(quantities[i] > 0.0)) continue;
     quantities[i] *= factor;
     applied = true;
-    if (!change_level(circuits[i], quantities[i] * sign, 1, 0)) {
+    // Each level is booked in the batch's booking, on the tables it holds.
+    const double change = quantities[i] * sign;
+    if (!LevelIsNumber(circuits[i], change) ||
+        !BookLevel(this, tanks, cist, circuits[i], change, 1, 0)) {
       TarvoTrace("\n%s (%d) ModifyLevel() failure", kSource, __LINE__);
       result = 0;
     }

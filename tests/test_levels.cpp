@@ -434,6 +434,20 @@ TEST_F(Levels, ListFailureDoesNotStopTheOthers) {
   EXPECT_EQ(TankLevelsOnDisk(), With(kStart, {{1, 90.0}}));
 }
 
+TEST_F(Levels, ListRefusesALevelScaledBeyondNumbers) {
+  slave s(1);
+  trace_.clear();
+  // Scaled by the factor, the first quantity is no longer a number: its
+  // circuit keeps its level, the other is booked.
+  int circuits[] = {1, 2};
+  double qnts[] = {1e300, 1e-9};
+  EXPECT_EQ(s.UpdateLevels(2, circuits, qnts, 1e10, 0), 0);
+  EXPECT_EQ(Traced("level -inf refused for circuit 1"), 1) << trace_.text();
+  EXPECT_EQ(Traced("ModifyLevel\\(\\) failure"), 1) << trace_.text();
+  EXPECT_EQ(qtest::CountPrefix(trace_.messages(), "\nslv_lev ("), 2) << trace_.text();
+  EXPECT_EQ(TankLevelsOnDisk(), With(kStart, {{2, 40.0}}));
+}
+
 TEST_F(Levels, ListOnReadOnlyTableFailsAndWritesNothing) {
   MakeReadOnly(QDB_SCHEMA_TANKS);
   const std::string before = qtest::ReadFile(tables_.FileOf(QDB_SCHEMA_TANKS));
