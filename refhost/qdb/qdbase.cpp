@@ -174,11 +174,11 @@ bool Qdbase::Impl::ReadRecord(long rec, std::string* out) {
   return false;
 }
 
-qdb::StagedRecord* Qdbase::Impl::Stage(long rec) {
-  if (booking->last != nullptr && booking->lastRec == rec) return booking->last;
+qdb::StagedRecord* Qdbase::Impl::StageAnother(long rec) {
   qdb::TableBooking::Records& records = booking->records;
-  auto it = records.find(rec);
-  if (it == records.end()) {
+  // Where rec is, or goes: a new entry is put there without a second search.
+  auto it = records.lower_bound(rec);
+  if (it == records.end() || it->first != rec) {
     // The entry of an earlier booking when there is one, its buffers
     // reused; else a new one. Nothing enters the map before its record is
     // read whole, so a failed read (or an allocation that fails) leaves no
@@ -209,9 +209,9 @@ qdb::StagedRecord* Qdbase::Impl::Stage(long rec) {
     staged.numbers.Forget();
     if (node) {
       node.key() = rec;
-      it = records.insert(std::move(node)).position;
+      it = records.insert(it, std::move(node));
     } else {
-      it = records.emplace(rec, std::move(fresh)).first;
+      it = records.emplace_hint(it, rec, std::move(fresh));
     }
   }
   booking->lastRec = rec;
@@ -489,7 +489,8 @@ int Qdbase::Impl::StoreAt(int fi, int pos, const std::string& bytes, bool numeri
     if (!staged->appended && staged->low >= staged->high) staged->before = rec;
     staged->numbers.Forget(fi);
     if (layout.nullFlagsField >= 0) staged->numbers.Forget(layout.nullFlagsField);
-    rec.replace(static_cast<size_t>(at), bytes.size(), bytes);
+    // Within the field, so within the record: its bytes are overwritten.
+    memcpy(&rec[static_cast<size_t>(at)], bytes.data(), bytes.size());
     Widen(staged, at, end);
     const int nullByte = ClearNull(layout, f, &rec[0]);
     if (nullByte >= 0) Widen(staged, nullByte, nullByte + 1);

@@ -141,8 +141,14 @@ struct Qdbase::Impl {
   const char* Raw();
   // Reads record rec from the file into *out.
   bool ReadRecord(long rec, std::string* out);
-  // The staged image of the current record (read first if needed).
-  qdb::StagedRecord* Stage(long rec);
+  // The staged image of record rec (read first if needed). Every read of a
+  // number in a booking asks for it, mostly for the record asked for last.
+  qdb::StagedRecord* Stage(long rec) {
+    if (booking->last != nullptr && booking->lastRec == rec) return booking->last;
+    return StageAnother(rec);
+  }
+  // Stage for a record other than the one asked for last.
+  qdb::StagedRecord* StageAnother(long rec);
   // The number in field fi of the current record, decoded once per read
   // of the record.
   bool Number(int fi, qdb::FieldNumber* out);
