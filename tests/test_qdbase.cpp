@@ -764,6 +764,43 @@ TEST_F(QdbaseTest, FieldsByNumberReadAndWriteAsByName) {
   EXPECT_NE(std::string::npos, ReadFile(File()).find("   7.125"));
 }
 
+TEST_F(QdbaseTest, WriteRefusedWhenItsFieldChangedUnderneath) {
+  FillStandard();
+  Qdbase db;
+  OpenWith(db, {});
+  ASSERT_EQ(1, db.Go(1));
+  // Another tool rewrites the table between this handle's last look and
+  // its write: QTY is narrower now, and FLAG and CODE follow it.
+  const QdbField narrower[] = {
+      {"ID", 'N', 5, 0},  {"NAME", 'C', 10, 0}, {"QTY", 'N', 6, 3},
+      {"FLAG", 'L', 1, 0}, {"CODE", 'C', 7, 0},
+  };
+  ASSERT_EQ(1, Qdbase::Create(dir.path().c_str(), "u", 5, narrower));
+  {
+    Qdbase other;
+    ASSERT_EQ(1, other.SetFiles(dir.path().c_str(), "u", 0, nullptr, nullptr));
+    ASSERT_EQ(1, other.Open());
+    ASSERT_EQ(1, other.Append());
+    ASSERT_EQ(1, other.WriteString("CODE", "KEEPME"));
+    ASSERT_EQ(1, other.WriteLogical("FLAG", 1));
+    ASSERT_EQ(1, other.Close());
+  }
+  ASSERT_EQ(0, rename(dir.file("u.dbf").c_str(), File().c_str()));
+  const std::string before = ReadFile(File());
+  TraceCapture trace;
+  // The write was made for QTY as it was (8 wide): it is refused rather
+  // than spread over the fields that now follow QTY.
+  EXPECT_EQ(0, db.WriteDouble("QTY", 7.125));
+  EXPECT_EQ(before, ReadFile(File()));
+  EXPECT_NE(std::string::npos, trace.text().find("QTY")) << trace.text();
+  // NAME is as it was: written, and the fields after QTY keep their bytes.
+  EXPECT_EQ(1, db.WriteString("NAME", "eleven"));
+  ASSERT_EQ(1, db.Close());
+  const std::string after = ReadFile(File());
+  EXPECT_NE(std::string::npos, after.find("eleven    ")) << after;
+  EXPECT_NE(std::string::npos, after.find("TKEEPME ")) << after;
+}
+
 TEST_F(QdbaseTest, FieldNumbersOutsideTheTableFail) {
   FillStandard();
   Qdbase db;

@@ -442,7 +442,7 @@ void Widen(qdb::StagedRecord* staged, int low, int high) {
 bool Unchanged(const qdb::DbfLayout& layout, const DbfField& f, const std::string& record, int at,
                const std::string& bytes, const FieldNumber* before, const double* written) {
   if (qdb::IsNull(layout, f, record.data())) return false;
-  if (record.compare(static_cast<size_t>(at), bytes.size(), bytes) == 0) return true;
+  if (memcmp(record.data() + at, bytes.data(), bytes.size()) == 0) return true;
   if (before == nullptr || at != f.offset || static_cast<int>(bytes.size()) != f.width) {
     return false;
   }
@@ -505,11 +505,20 @@ int Qdbase::Impl::StoreAt(int fi, int pos, const std::string& bytes, bool numeri
     return 1;
   }
 
-  const std::string name = Field(fi).name;
+  // The bytes were made for the field as it is now.
+  const qdb::DbfField made = Field(fi);
   qdb::WriteLock lock(*this);
   if (!lock.held()) return 0;
-  // The table may have been read again under the lock.
-  if (fi >= static_cast<int>(layout.fields.size()) || Field(fi).name != name) return 0;
+  // The table may have been read again under the lock, with another layout
+  // written by another tool: the bytes go only into the same field, of the
+  // same type and size (elsewhere they would land on other fields' bytes).
+  if (fi >= static_cast<int>(layout.fields.size()) || Field(fi).name != made.name ||
+      Field(fi).type != made.type || Field(fi).width != made.width ||
+      Field(fi).decimals != made.decimals) {
+    qdb::TraceTable(openFile, "write refused: field " + made.name +
+                                  " is not what it was when the write was made");
+    return 0;
+  }
   const DbfField& f = Field(fi);
   const int at = f.offset + pos;
   int result = 0;
