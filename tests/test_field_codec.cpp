@@ -6,6 +6,7 @@
 #include <math.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
 
 #include <random>
 #include <string>
@@ -71,6 +72,50 @@ TEST(FieldCodec, NumberTextsReadAsStrtodReadsThem) {
   EXPECT_TRUE(n.blank);
   EXPECT_FALSE(qdb::ParseNumberText("1.2.3", 5, &n));
   EXPECT_FALSE(qdb::ParseNumberText("12a", 3, &n));
+}
+
+// A number right-aligned as dBase writes it reads exactly as the same text
+// padded on the right, which is read the general way: every part of the
+// reading is the same (value and its sign, whole number, flags).
+TEST(FieldCodec, RightAlignedNumbersReadAsAnyOtherText) {
+  std::mt19937_64 random(2468);
+  int compared = 0;
+  for (int i = 0; i < 200000; ++i) {
+    std::string text(random() % 6, ' ');
+    if (random() % 3 == 0) text += "-";
+    const int digits = 1 + static_cast<int>(random() % 17);
+    const int point = static_cast<int>(random() % (digits + 2));
+    for (int k = 0; k < digits; ++k) {
+      if (k == point) text += ".";
+      // Leading zeros now and then, which count as digits of the text.
+      text += static_cast<char>('0' + (random() % 4 == 0 ? 0 : random() % 10));
+    }
+    if (point == digits) text += ".";
+    qdb::FieldNumber plain;
+    qdb::FieldNumber padded;
+    const std::string withPad = text + (random() % 2 ? " " : std::string(1, '\0'));
+    ASSERT_TRUE(qdb::ParseNumberText(text.data(), text.size(), &plain)) << text;
+    ASSERT_TRUE(qdb::ParseNumberText(withPad.data(), withPad.size(), &padded)) << text;
+    ASSERT_EQ(strtod(text.c_str(), nullptr) == 0.0 ? 0.0 : strtod(text.c_str(), nullptr), plain.value)
+        << text;
+    ASSERT_EQ(padded.value, plain.value) << text;
+    ASSERT_EQ(std::signbit(padded.value), std::signbit(plain.value)) << text;
+    ASSERT_EQ(padded.integral, plain.integral) << text;
+    ASSERT_EQ(text.find('.') == std::string::npos, plain.integral) << text;
+    ASSERT_EQ(padded.wholeExact, plain.wholeExact) << text;
+    if (plain.wholeExact) {
+      ASSERT_EQ(padded.whole, plain.whole) << text;
+      ASSERT_EQ(strtoll(text.c_str(), nullptr, 10), plain.whole) << text;
+    }
+    ASSERT_FALSE(plain.blank) << text;
+    ++compared;
+  }
+  EXPECT_EQ(200000, compared);
+  // Not numbers in either form.
+  qdb::FieldNumber n;
+  for (const char* bad : {"  -", "   .", " -.", "1-", " 1 2", "--1", "1..", " 12e3", "0x10"}) {
+    EXPECT_FALSE(qdb::ParseNumberText(bad, strlen(bad), &n)) << bad;
+  }
 }
 
 // The shortcut a write takes to know a value changes: whenever it says

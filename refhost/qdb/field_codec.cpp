@@ -72,9 +72,48 @@ constexpr double kExactPowers[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7
                                    1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
                                    1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
 
+// A number in the form dBase writes it: blanks on the left, an optional
+// '-', then up to 15 digits with at most one decimal point among or after
+// them, up to the end of the text. Read as a whole count of units of its
+// last decimal, divided once by an exact power of ten: what strtod gives.
+// False, with nothing read, for a text in any other form.
+bool ParseRightAlignedNumber(const char* s, size_t len, FieldNumber* out) {
+  const char* p = s;
+  const char* const end = s + len;
+  while (p < end && *p == ' ') ++p;
+  const bool negative = p < end && *p == '-';
+  if (negative) ++p;
+  uint64_t mantissa = 0;
+  int digits = 0;
+  int decimals = 0;
+  bool point = false;
+  for (; p < end; ++p) {
+    if (IsDigit(*p)) {
+      mantissa = mantissa * 10 + static_cast<uint64_t>(*p - '0');
+      ++digits;
+      if (point) ++decimals;
+    } else if (*p == '.' && !point) {
+      point = true;
+    } else {
+      return false;
+    }
+  }
+  if (digits == 0 || digits > 15) return false;
+  const double value = static_cast<double>(mantissa) / kExactPowers[decimals];
+  *out = FieldNumber();
+  out->integral = !point;
+  out->value = value == 0.0 ? 0.0 : (negative ? -value : value);
+  out->whole = negative ? -static_cast<long long>(mantissa) : static_cast<long long>(mantissa);
+  out->wholeExact = !point;
+  return true;
+}
+
 }  // namespace
 
 bool ParseNumberText(const char* s, size_t len, FieldNumber* out) {
+  // Most numbers are stored as dBase writes them; any other text (padded on
+  // the right, with a '+', NULs or tabs, more digits) is read below.
+  if (ParseRightAlignedNumber(s, len, out)) return true;
   size_t b = 0, e = len;
   while (b < e && IsPad(s[b])) ++b;
   while (e > b && IsPad(s[e - 1])) --e;
