@@ -12,7 +12,9 @@
 #include <algorithm>
 #include <chrono>
 #include <map>
+#include <memory>
 #include <set>
+#include <string_view>
 
 #include "host/qdsp32.h"
 
@@ -127,22 +129,20 @@ std::vector<Entry> ParseEntries(const std::string& bytes, long long base) {
 
 // The file names the whole entries in bytes write to, each once: what a
 // checkpoint syncs. Only names are read, nothing is copied.
-std::vector<std::string> NamesOf(const std::string& bytes) {
+std::vector<std::string> NamesOf(const char* bytes, size_t size) {
   std::vector<std::string> names;
-  const unsigned char* data = reinterpret_cast<const unsigned char*>(bytes.data());
+  const unsigned char* data = reinterpret_cast<const unsigned char*>(bytes);
   size_t at = 0;
-  while (at + 16 <= bytes.size() && memcmp(data + at, kEntryMagic, 4) == 0) {
+  while (at + 16 <= size && memcmp(data + at, kEntryMagic, 4) == 0) {
     const size_t len = static_cast<size_t>(GetLittle(data + at + 4, 4));
-    if (len < 16 || at + len > bytes.size()) break;
+    if (len < 16 || at + len > size) break;
     const size_t count = static_cast<size_t>(GetLittle(data + at + 8, 4));
     size_t p = at + 12;
     for (size_t i = 0; i < count && p + 2 <= at + len; ++i) {
       const size_t nameLen = static_cast<size_t>(GetLittle(data + p, 2));
       if (p + 2 + nameLen + 20 > at + len) break;
-      const char* name = reinterpret_cast<const char*>(data + p + 2);
-      if (std::find(names.begin(), names.end(), std::string(name, nameLen)) == names.end()) {
-        names.emplace_back(name, nameLen);
-      }
+      const std::string_view name(reinterpret_cast<const char*>(data + p + 2), nameLen);
+      if (std::find(names.begin(), names.end(), name) == names.end()) names.emplace_back(name);
       p += 2 + nameLen + 20 + static_cast<size_t>(GetLittle(data + p + 2 + nameLen + 16, 4));
     }
     at += len;
@@ -612,12 +612,14 @@ bool Journal::WantsCheckpoint() const { return end_ > kCheckpointSize; }
 
 bool Journal::Checkpoint(std::string* why) {
   if (end_ <= kHeaderSize) return true;
-  std::string bytes(static_cast<size_t>(end_ - kHeaderSize), '\0');
-  if (!ReadFully(fd_, &bytes[0], bytes.size(), kHeaderSize)) {
+  // Read whole before it is looked at: no need to clear it first.
+  const size_t size = static_cast<size_t>(end_ - kHeaderSize);
+  const std::unique_ptr<char[]> bytes(new char[size]);
+  if (!ReadFully(fd_, bytes.get(), size, kHeaderSize)) {
     *why = SystemError("cannot read the journal " + Path());
     return false;
   }
-  if (!SyncFiles(NamesOf(bytes), why)) return false;
+  if (!SyncFiles(NamesOf(bytes.get(), size), why)) return false;
   applied_ = end_ = kHeaderSize;
   lastStart_ = -1;
   if (ftruncate(fd_, static_cast<off_t>(kHeaderSize)) != 0 || !WriteHeader() ||
