@@ -4,6 +4,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <algorithm>
 #include <cmath>
 #include <new>
 #include <vector>
@@ -130,10 +131,20 @@ int ColourantInDispenser::Read(long cnt) try {
   Clear();
   if (m_Slave == nullptr || cnt < 1) return 0;
   // The tank list is copied: a tank map read again on the way (another
-  // process packed the table) must not change it under the loop.
+  // process packed the table) must not change it under the loop. A
+  // colourant is in a few tanks: they are copied without an allocation.
   std::vector<int> scratch;
-  const std::vector<int> list = SlvTanksOf(m_Slave, cnt, &scratch);
-  m_NumTanks = static_cast<int>(list.size());
+  const std::vector<int>& tanksOf = SlvTanksOf(m_Slave, cnt, &scratch);
+  int few[8];
+  std::vector<int> many;
+  const int* list = few;
+  if (tanksOf.size() <= sizeof few / sizeof few[0]) {
+    std::copy(tanksOf.begin(), tanksOf.end(), few);
+  } else {
+    many = tanksOf;
+    list = many.data();
+  }
+  m_NumTanks = static_cast<int>(tanksOf.size());
   Qdbase* tanks = nullptr;
   Qdbase* cist = nullptr;
   if (m_NumTanks == 0 || !_slv_dbhandles(nullptr, &tanks, &cist)) return 0;
@@ -151,9 +162,9 @@ int ColourantInDispenser::Read(long cnt) try {
     CtInDspTank& entry = m_Tanks[i];
     // A tank without a record stays zero, which IsCntOK judges bad.
     ClearEntry(&entry);
-    if (SlvTankRecord(m_Slave, list[static_cast<size_t>(i)], nullptr) == nullptr) continue;
+    if (SlvTankRecord(m_Slave, list[i], nullptr) == nullptr) continue;
 
-    entry.tank = list[static_cast<size_t>(i)];
+    entry.tank = list[i];
     // A quantity that cannot be read is no quantity: the colourant is not
     // read at all rather than split or written back with a 0 in its place.
     // The cistern id is a number, stored as digits or as a number of any
