@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <string_view>
 #include <vector>
 
 #include "field_codec.h"
@@ -24,12 +25,33 @@ namespace {
 
 ActiveBooking* g_active = nullptr;
 
+// Bytes of a write: a view of a staged record (which lives until the
+// booking ends), or bytes of the write's own (a mark, a count, bytes read
+// from the file).
+class Bytes {
+ public:
+  void View(std::string_view bytes) {
+    view_ = bytes;
+    owned_ = false;
+  }
+  std::string* Own() {
+    owned_ = true;
+    return &own_;
+  }
+  std::string_view Get() const { return owned_ ? std::string_view(own_) : view_; }
+
+ private:
+  std::string_view view_;
+  std::string own_;
+  bool owned_ = false;
+};
+
 // One write of the commit, and how to take it back.
 struct Write {
-  Qdbase::Impl* table;
-  long long offset;
-  std::string bytes;
-  std::string before;  // the bytes it replaces (for a write within the file)
+  Qdbase::Impl* table = nullptr;
+  long long offset = 0;
+  Bytes bytes;
+  Bytes before;  // the bytes it replaces (for a write within the file)
 };
 
 void Trace(const std::string& text) { TarvoTrace("\nQdbase: booking not made: %s", text.c_str()); }
@@ -121,26 +143,33 @@ bool CollectWrites(const ActiveBooking& active, std::vector<Write>* writes, std:
       if (staged.low >= staged.high) continue;
       const size_t low = static_cast<size_t>(staged.low);
       const size_t len = static_cast<size_t>(staged.high - staged.low);
-      Write w{t, RecordOffset(t->layout, entry.first) + staged.low, staged.image.substr(low, len),
-              std::string()};
+      writes->emplace_back();
+      Write& w = writes->back();
+      w.table = t;
+      w.offset = RecordOffset(t->layout, entry.first) + staged.low;
+      w.bytes.View(std::string_view(staged.image).substr(low, len));
       if (!staged.appended) {
-        w.before = staged.before.substr(low, len);
-      } else if (!Before(t, w.offset, len, &w.before, why)) {
+        w.before.View(std::string_view(staged.before).substr(low, len));
+      } else if (!Before(t, w.offset, len, w.before.Own(), why)) {
         return false;
       }
-      writes->push_back(std::move(w));
     }
     if (t->records > state.recordsAtStart) {
-      Write mark{t, RecordOffset(t->layout, t->records + 1), std::string(1, '\x1A'),
-                 std::string()};
-      if (!Before(t, mark.offset, 1, &mark.before, why)) return false;
-      writes->push_back(std::move(mark));
+      writes->emplace_back();
+      Write& mark = writes->back();
+      mark.table = t;
+      mark.offset = RecordOffset(t->layout, t->records + 1);
+      mark.bytes.Own()->assign(1, '\x1A');
+      if (!Before(t, mark.offset, 1, mark.before.Own(), why)) return false;
       unsigned char head[7];
       TodayBytes(head);
       CountBytes(t->records, head + 3);
-      Write count{t, 1, std::string(reinterpret_cast<char*>(head), sizeof head), std::string()};
-      if (!Before(t, 1, sizeof head, &count.before, why)) return false;
-      writes->push_back(std::move(count));
+      writes->emplace_back();
+      Write& count = writes->back();
+      count.table = t;
+      count.offset = 1;
+      count.bytes.Own()->assign(reinterpret_cast<char*>(head), sizeof head);
+      if (!Before(t, 1, sizeof head, count.before.Own(), why)) return false;
     }
   }
   return true;
@@ -155,7 +184,8 @@ bool Undo(const ActiveBooking& active, const std::vector<Write>& writes, size_t 
   }
   for (size_t i = n; i-- > 0;) {
     const Write& w = writes[i];
-    if (!w.before.empty()) ok = w.table->file.WriteAt(w.before.data(), w.before.size(), w.offset) && ok;
+    const std::string_view before = w.before.Get();
+    if (!before.empty()) ok = w.table->file.WriteAt(before.data(), before.size(), w.offset) && ok;
   }
   return ok;
 }
@@ -183,7 +213,7 @@ bool Prepare(ActiveBooking* active, std::vector<Write>* writes) {
     std::vector<JournalPart> parts;
     parts.reserve(writes->size());
     for (const Write& w : *writes) {
-      parts.push_back(JournalPart{w.table->fileBase, w.table->seen.inode, w.offset, w.bytes});
+      parts.push_back(JournalPart{w.table->fileBase, w.table->seen.inode, w.offset, w.bytes.Get()});
     }
     if (!active->journal->Append(parts, &why)) {
       Trace(why);
@@ -203,8 +233,8 @@ bool Prepare(ActiveBooking* active, std::vector<Write>* writes) {
 bool Apply(ActiveBooking* active, const std::vector<Write>& writes) {
   size_t failed = writes.size();
   for (size_t i = 0; i < writes.size() && failed == writes.size(); ++i) {
-    const Write& w = writes[i];
-    if (!w.table->file.WriteAt(w.bytes.data(), w.bytes.size(), w.offset)) failed = i;
+    const std::string_view bytes = writes[i].bytes.Get();
+    if (!writes[i].table->file.WriteAt(bytes.data(), bytes.size(), writes[i].offset)) failed = i;
   }
   if (failed == writes.size()) return true;
   const Write& w = writes[failed];

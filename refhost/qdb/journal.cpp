@@ -83,7 +83,8 @@ struct Entry {
 };
 
 // Parses the entries in bytes (which begin at file offset base), stopping
-// at the first that is cut short or fails its checksum.
+// at the first that is cut short or fails its checksum. The parts are
+// views of bytes.
 std::vector<Entry> ParseEntries(const std::string& bytes, long long base) {
   std::vector<Entry> entries;
   const unsigned char* data = reinterpret_cast<const unsigned char*>(bytes.data());
@@ -108,15 +109,15 @@ std::vector<Entry> ParseEntries(const std::string& bytes, long long base) {
       p += 2;
       ok = p + nameLen + 20 <= len - 4;
       if (!ok) break;
-      part.file.assign(reinterpret_cast<const char*>(e + p), nameLen);
+      part.file = std::string_view(reinterpret_cast<const char*>(e + p), nameLen);
       p += nameLen;
       part.inode = static_cast<ino_t>(GetLittle(e + p, 8));
       part.offset = static_cast<long long>(GetLittle(e + p + 8, 8));
       const size_t size = static_cast<size_t>(GetLittle(e + p + 16, 4));
       p += 20;
-      ok = p + size <= len - 4 && part.offset >= 0 && part.file.find('/') == std::string::npos;
+      ok = p + size <= len - 4 && part.offset >= 0 && part.file.find('/') == std::string_view::npos;
       if (!ok) break;
-      part.bytes.assign(reinterpret_cast<const char*>(e + p), size);
+      part.bytes = std::string_view(reinterpret_cast<const char*>(e + p), size);
       p += size;
       entry.parts.push_back(std::move(part));
     }
@@ -157,7 +158,7 @@ char* PutLittleAt(char* p, uint64_t value, int bytes) {
   return p;
 }
 
-char* PutBytesAt(char* p, const std::string& bytes) {
+char* PutBytesAt(char* p, std::string_view bytes) {
   memcpy(p, bytes.data(), bytes.size());
   return p + bytes.size();
 }
@@ -492,22 +493,23 @@ bool Journal::Replay(long long from, long long to, std::vector<std::string>* wri
   bool ok = true;
   for (const Entry& entry : ParseEntries(bytes, from)) {
     for (const JournalPart& part : entry.parts) {
-      const std::string path = dir_ + "/" + part.file;
+      const std::string file(part.file);
+      const std::string path = dir_ + "/" + file;
       // Only the tables of this directory are ever written: a part naming
       // anything else (the journal itself, a directory, another file) was
       // not written by a booking and is left out.
-      if (!IsTableName(part.file)) {
+      if (!IsTableName(file)) {
         TarvoTrace("\nQdbase: %s: a journalled write to \"%s\" was not made: not a table",
-                   Path().c_str(), part.file.c_str());
+                   Path().c_str(), file.c_str());
         continue;
       }
-      auto it = files.find(part.file);
+      auto it = files.find(file);
       if (it == files.end()) {
         const int fd = open(path.c_str(), O_RDWR | O_CLOEXEC);
-        if (fd < 0 && errno == ENOENT) gone.insert(part.file);
-        it = files.emplace(part.file, fd).first;
+        if (fd < 0 && errno == ENOENT) gone.insert(file);
+        it = files.emplace(file, fd).first;
       }
-      if (gone.count(part.file) != 0) {
+      if (gone.count(file) != 0) {
         // A table removed since has nothing left to complete.
         TarvoTrace("\nQdbase: %s: a journalled write was not made: the file is gone",
                    path.c_str());
@@ -540,8 +542,8 @@ bool Journal::Replay(long long from, long long to, std::vector<std::string>* wri
         ok = false;
         break;
       }
-      if (std::find(written->begin(), written->end(), part.file) == written->end()) {
-        written->push_back(part.file);
+      if (std::find(written->begin(), written->end(), file) == written->end()) {
+        written->push_back(file);
       }
     }
     if (!ok) break;

@@ -32,18 +32,21 @@
 
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "dbf_file.h"
 
 namespace qdb {
 
-// One write of a booking: bytes at an offset of a table file.
+// One write of a booking: bytes at an offset of a table file. The name and
+// the bytes are views: of the booking's own records when it is journalled,
+// of the journal read back when it is replayed. They must outlive the part.
 struct JournalPart {
-  std::string file;  // the file's name within the journal's directory
-  ino_t inode = 0;   // the file it was made for; another file is not written
+  std::string_view file;  // the file's name within the journal's directory
+  ino_t inode = 0;        // the file it was made for; another file is not written
   long long offset = 0;
-  std::string bytes;
+  std::string_view bytes;
 };
 
 class Journal {
