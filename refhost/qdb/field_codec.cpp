@@ -289,11 +289,17 @@ bool EncodeNumber(const DbfField& f, double v, std::string* bytes) {
     case 'N': case 'F': {
       long long units = 0;
       if (WholeUnits(v, f.decimals, &units)) {
-        char buf[32];
-        const int n = FixedDigitsBefore(units, f.decimals, buf + sizeof buf);
+        // The digits end the field, blanks before them: put together in
+        // place and given in one piece (a number field is at most 255 wide).
+        char buf[256 + 32];
+        char* const end = buf + sizeof buf;
+        const int n = FixedDigitsBefore(units, f.decimals, end);
         if (n > f.width) return false;
-        bytes->assign(static_cast<size_t>(f.width - n), ' ');
-        bytes->append(buf + sizeof buf - n, static_cast<size_t>(n));
+        if (f.width > 255) {
+          return RightAligned(std::string(end - n, static_cast<size_t>(n)), f.width, bytes);
+        }
+        memset(end - f.width, ' ', static_cast<size_t>(f.width - n));
+        bytes->assign(end - f.width, static_cast<size_t>(f.width));
         return true;
       }
       return RightAligned(FormatFixed(v, f.decimals), f.width, bytes);

@@ -164,12 +164,14 @@ char* PutBytesAt(char* p, std::string_view bytes) {
 }
 
 // The entry is sized first and written in place: one allocation, no
-// growth, whatever the number of parts.
-std::string BuildEntry(const std::vector<JournalPart>& parts) {
+// growth, whatever the number of parts, and no byte cleared before it is
+// written (every byte of it is).
+std::unique_ptr<char[]> BuildEntry(const std::vector<JournalPart>& parts, size_t* length) {
   size_t size = 4 + 4 + 4 + 4;  // magic, length, part count ... CRC
   for (const JournalPart& part : parts) size += 2 + part.file.size() + 8 + 8 + 4 + part.bytes.size();
-  std::string entry(size, '\0');
-  char* p = &entry[0];
+  std::unique_ptr<char[]> entry(new char[size]);
+  *length = size;
+  char* p = entry.get();
   memcpy(p, kEntryMagic, 4);
   p += 4;
   p = PutLittleAt(p, size, 4);
@@ -183,7 +185,7 @@ std::string BuildEntry(const std::vector<JournalPart>& parts) {
     p = PutBytesAt(p, part.bytes);
   }
   const size_t covered = size - 4;
-  PutLittleAt(p, Crc32(reinterpret_cast<const unsigned char*>(entry.data()), covered), 4);
+  PutLittleAt(p, Crc32(reinterpret_cast<const unsigned char*>(entry.get()), covered), 4);
   return entry;
 }
 
@@ -569,9 +571,10 @@ bool Journal::SyncFiles(const std::vector<std::string>& names, std::string* why)
 }
 
 bool Journal::Append(const std::vector<JournalPart>& parts, std::string* why) {
-  const std::string entry = BuildEntry(parts);
+  size_t size = 0;
+  const std::unique_ptr<char[]> entry = BuildEntry(parts, &size);
   const long long start = end_;
-  if (!WriteFully(fd_, entry.data(), entry.size(), start) || fdatasync(fd_) != 0) {
+  if (!WriteFully(fd_, entry.get(), size, start) || fdatasync(fd_) != 0) {
     const int saved = errno;
     // Nothing of the entry may stay behind to be replayed later.
     if (ftruncate(fd_, static_cast<off_t>(start)) != 0 || fdatasync(fd_) != 0) {
@@ -582,7 +585,7 @@ bool Journal::Append(const std::vector<JournalPart>& parts, std::string* why) {
     return false;
   }
   lastStart_ = start;
-  end_ = start + static_cast<long long>(entry.size());
+  end_ = start + static_cast<long long>(size);
   return true;
 }
 
