@@ -72,6 +72,19 @@ constexpr double kExactPowers[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7
                                    1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
                                    1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
 
+// Adds the digits from *p on to *mantissa; answers how many there were.
+// Past 19 digits the sum wraps (it is unsigned): the caller refuses more
+// than 15 anyway.
+size_t AddDigits(const char** p, const char* end, uint64_t* mantissa) {
+  const char* const first = *p;
+  uint64_t m = *mantissa;
+  const char* q = first;
+  for (; q < end && IsDigit(*q); ++q) m = m * 10 + static_cast<uint64_t>(*q - '0');
+  *mantissa = m;
+  *p = q;
+  return static_cast<size_t>(q - first);
+}
+
 // A number in the form dBase writes it: blanks on the left, an optional
 // '-', then up to 15 digits with at most one decimal point among or after
 // them, up to the end of the text. Read as a whole count of units of its
@@ -83,21 +96,17 @@ bool ParseRightAlignedNumber(const char* s, size_t len, FieldNumber* out) {
   while (p < end && *p == ' ') ++p;
   const bool negative = p < end && *p == '-';
   if (negative) ++p;
+  // The digits before the point, then those after it.
   uint64_t mantissa = 0;
-  int digits = 0;
-  int decimals = 0;
-  bool point = false;
-  for (; p < end; ++p) {
-    if (IsDigit(*p)) {
-      mantissa = mantissa * 10 + static_cast<uint64_t>(*p - '0');
-      ++digits;
-      if (point) ++decimals;
-    } else if (*p == '.' && !point) {
-      point = true;
-    } else {
-      return false;
-    }
+  const size_t whole = AddDigits(&p, end, &mantissa);
+  const bool point = p < end && *p == '.';
+  size_t decimals = 0;
+  if (point) {
+    ++p;
+    decimals = AddDigits(&p, end, &mantissa);
   }
+  if (p != end) return false;
+  const size_t digits = whole + decimals;
   if (digits == 0 || digits > 15) return false;
   const double value = static_cast<double>(mantissa) / kExactPowers[decimals];
   *out = FieldNumber();
