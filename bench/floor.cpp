@@ -9,6 +9,8 @@
 #include <unistd.h>
 #include <zlib.h>
 
+#include <memory>
+
 namespace qbench {
 
 namespace {
@@ -29,6 +31,11 @@ void Put(std::string* out, unsigned long long value, int bytes) {
   for (int i = 0; i < bytes; ++i) out->push_back(static_cast<char>((value >> (8 * i)) & 0xFF));
 }
 
+char* PutAt(char* p, unsigned long long value, int bytes) {
+  for (int i = 0; i < bytes; ++i) *p++ = static_cast<char>((value >> (8 * i)) & 0xFF);
+  return p;
+}
+
 unsigned long long Get(const unsigned char* p, int bytes) {
   unsigned long long v = 0;
   for (int i = 0; i < bytes; ++i) v |= static_cast<unsigned long long>(p[i]) << (8 * i);
@@ -40,9 +47,12 @@ unsigned Crc(const std::string& bytes) {
                                      static_cast<uInt>(bytes.size())));
 }
 
+bool WriteAt(int fd, const char* bytes, size_t size, long long at) {
+  return pwrite(fd, bytes, size, static_cast<off_t>(at)) == static_cast<ssize_t>(size);
+}
+
 bool WriteAt(int fd, const std::string& bytes, long long at) {
-  return pwrite(fd, bytes.data(), bytes.size(), static_cast<off_t>(at)) ==
-         static_cast<ssize_t>(bytes.size());
+  return WriteAt(fd, bytes.data(), bytes.size(), at);
 }
 
 }  // namespace
@@ -114,22 +124,24 @@ double TableFloor::Number(const char* record, const Field& f) const {
   while (p < end && *p == ' ') ++p;
   const bool negative = p < end && *p == '-';
   if (negative) ++p;
-  long long units = 0;
-  int decimals = 0;
-  bool point = false;
-  int digits = 0;
-  for (; p < end && *p != ' '; ++p) {
-    if (*p == '.' && !point) {
-      point = true;
-    } else if (*p >= '0' && *p <= '9' && digits < 15) {
-      units = units * 10 + (*p - '0');
-      decimals += point ? 1 : 0;
-      ++digits;
-    } else {
-      return NAN;
-    }
+  // The digits before the point, then those after it, counted by where
+  // they end (the sum is unsigned: past 19 digits it wraps, and more than
+  // 15 are refused).
+  unsigned long long units = 0;
+  const char* const first = p;
+  for (; p < end && *p >= '0' && *p <= '9'; ++p) {
+    units = units * 10 + static_cast<unsigned>(*p - '0');
   }
-  if (p != end) return NAN;
+  const long whole = p - first;
+  long decimals = 0;
+  if (p < end && *p == '.') {
+    const char* const after = ++p;
+    for (; p < end && *p >= '0' && *p <= '9'; ++p) {
+      units = units * 10 + static_cast<unsigned>(*p - '0');
+    }
+    decimals = p - after;
+  }
+  if (p != end || whole + decimals > 15) return NAN;
   const double v = static_cast<double>(units) / kPowers[decimals];
   return negative ? -v : v;
 }
@@ -155,8 +167,11 @@ bool TableFloor::Text(double v, const Field& f, std::string* out) const {
   if (negative) *--p = '-';
   const int n = static_cast<int>(digits + sizeof digits - p);
   if (n > f.width) return false;
-  out->assign(static_cast<size_t>(f.width - n), ' ');
-  out->append(p, static_cast<size_t>(n));
+  // Blanks, then the digits: put together in place, stored in one piece.
+  char field[256];
+  memset(field, ' ', static_cast<size_t>(f.width - n));
+  memcpy(field + f.width - n, p, static_cast<size_t>(n));
+  out->assign(field, static_cast<size_t>(f.width));
   return true;
 }
 
@@ -233,25 +248,32 @@ bool TableFloor::Book(const std::vector<long>& records, const std::vector<double
     }
   }
   // Second pass: the journal entry, synced; the fields; the applied mark.
-  std::string entry = "QJE1";
-  Put(&entry, 0, 4);
-  Put(&entry, records.size(), 4);
+  // The entry is sized first and written in place, in one allocation.
+  size_t length = 4 + 4 + 4 + 4;  // magic, length, part count ... CRC
+  for (const std::string& text : texts) length += 2 + 9 + 8 + 8 + 4 + text.size();
+  const std::unique_ptr<char[]> entry(new char[length]);
+  char* e = entry.get();
+  memcpy(e, "QJE1", 4);
+  e = PutAt(e + 4, length, 4);
+  e = PutAt(e, records.size(), 4);
   for (size_t k = 0; k < records.size(); ++k) {
-    Put(&entry, 9, 2);
-    entry += "tanks.dbf";
-    Put(&entry, static_cast<unsigned long long>(inode_), 8);
-    Put(&entry, static_cast<unsigned long long>(headerLength_ + (records[k] - 1) * recordLength_ +
-                                                cur_.offset),
-        8);
-    Put(&entry, texts[k].size(), 4);
-    entry += texts[k];
+    e = PutAt(e, 9, 2);
+    memcpy(e, "tanks.dbf", 9);
+    e = PutAt(e + 9, static_cast<unsigned long long>(inode_), 8);
+    e = PutAt(e,
+              static_cast<unsigned long long>(headerLength_ + (records[k] - 1) * recordLength_ +
+                                              cur_.offset),
+              8);
+    e = PutAt(e, texts[k].size(), 4);
+    memcpy(e, texts[k].data(), texts[k].size());
+    e += texts[k].size();
   }
-  const unsigned long long length = entry.size() + 4;
-  for (int i = 0; i < 4; ++i) entry[4 + i] = static_cast<char>((length >> (8 * i)) & 0xFF);
-  Put(&entry, Crc(entry), 4);
-  bool ok = WriteAt(journal_, entry, end_) && fdatasync(journal_) == 0;
+  const uLong crc = crc32(0L, reinterpret_cast<const Bytef*>(entry.get()),
+                          static_cast<uInt>(length - 4));
+  PutAt(e, crc, 4);
+  bool ok = WriteAt(journal_, entry.get(), length, end_) && fdatasync(journal_) == 0;
   if (ok) {
-    end_ += static_cast<long long>(entry.size());
+    end_ += static_cast<long long>(length);
     ++changes_;
     for (size_t k = 0; k < records.size() && ok; ++k) {
       ok = WriteAt(table_, texts[k],
