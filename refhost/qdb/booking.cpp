@@ -138,15 +138,15 @@ bool CollectWrites(const ActiveBooking& active, std::vector<Write>* writes, std:
   writes->reserve(most);
   for (Qdbase::Impl* t : active.tables) {
     const TableBooking& state = *t->booking;
-    for (const auto& entry : state.records) {
-      const StagedRecord& staged = entry.second;
+    for (const TableBooking::Record& entry : state.records) {
+      const StagedRecord& staged = *entry.staged;
       if (staged.low >= staged.high) continue;
       const size_t low = static_cast<size_t>(staged.low);
       const size_t len = static_cast<size_t>(staged.high - staged.low);
       writes->emplace_back();
       Write& w = writes->back();
       w.table = t;
-      w.offset = RecordOffset(t->layout, entry.first) + staged.low;
+      w.offset = RecordOffset(t->layout, entry.rec) + staged.low;
       w.bytes.View(std::string_view(staged.image).substr(low, len));
       if (!staged.appended) {
         w.before.View(std::string_view(staged.before).substr(low, len));

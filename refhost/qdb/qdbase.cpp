@@ -177,45 +177,39 @@ bool Qdbase::Impl::ReadRecord(long rec, std::string* out) {
 qdb::StagedRecord* Qdbase::Impl::StageAnother(long rec) {
   qdb::TableBooking::Records& records = booking->records;
   // Where rec is, or goes: a new entry is put there without a second search.
-  auto it = records.lower_bound(rec);
-  if (it == records.end() || it->first != rec) {
+  auto it = booking->Find(rec);
+  if (it == records.end() || it->rec != rec) {
     // The entry of an earlier booking when there is one, its buffers
-    // reused; else a new one. Nothing enters the map before its record is
+    // reused; else a new one. Nothing enters the list before its record is
     // read whole, so a failed read (or an allocation that fails) leaves no
     // entry behind.
-    qdb::TableBooking::Records::node_type node;
+    std::unique_ptr<qdb::StagedRecord> staged;
     if (!booking->spare.empty()) {
-      node = std::move(booking->spare.back());
+      staged = std::move(booking->spare.back());
       booking->spare.pop_back();
     } else {
       // Room now for this entry to be kept for the next booking: the
-      // booking's end must not allocate. It grows as the map does.
+      // booking's end must not allocate. It grows as the list does.
       const size_t most = qdb::TableBooking::kMostSpareRecords;
       const size_t wanted = std::min(most, records.size() + 1);
       if (booking->spare.capacity() < wanted) {
         booking->spare.reserve(std::min(most, std::max(wanted, 2 * booking->spare.capacity())));
       }
+      staged = std::make_unique<qdb::StagedRecord>();
     }
-    qdb::StagedRecord fresh;
-    qdb::StagedRecord& staged = node ? node.mapped() : fresh;
-    if (!ReadRecord(rec, &staged.image)) {
-      if (node) booking->spare.push_back(std::move(node));  // the place it had: no allocation
+    if (!ReadRecord(rec, &staged->image)) {
+      booking->spare.push_back(std::move(staged));  // the place it had: no allocation
       return nullptr;
     }
-    staged.before.clear();
-    staged.low = layout.recordLength;
-    staged.high = 0;
-    staged.appended = false;
-    staged.numbers.Forget();
-    if (node) {
-      node.key() = rec;
-      it = records.insert(it, std::move(node));
-    } else {
-      it = records.emplace_hint(it, rec, std::move(fresh));
-    }
+    staged->before.clear();
+    staged->low = layout.recordLength;
+    staged->high = 0;
+    staged->appended = false;
+    staged->numbers.Forget();
+    it = records.insert(it, qdb::TableBooking::Record{rec, std::move(staged)});
   }
   booking->lastRec = rec;
-  booking->last = &it->second;
+  booking->last = it->staged.get();
   return booking->last;
 }
 
@@ -1021,12 +1015,18 @@ int Qdbase::Append() try {
   const std::string blank = qdb::BlankRecord(m.layout);
   if (m.booking != nullptr) {
     const long rec = m.records + 1;
-    qdb::StagedRecord staged;
+    auto it = m.booking->Find(rec);
+    if (it == m.booking->records.end() || it->rec != rec) {
+      it = m.booking->records.insert(
+          it, qdb::TableBooking::Record{rec, std::make_unique<qdb::StagedRecord>()});
+    }
+    qdb::StagedRecord& staged = *it->staged;
     staged.image = blank;
+    staged.before.clear();
     staged.appended = true;
     staged.low = 0;
     staged.high = m.layout.recordLength;
-    m.booking->records[rec] = staged;
+    staged.numbers.Forget();
     m.booking->structural = true;
     ++m.records;
     m.deleted.push_back(0);

@@ -3,6 +3,7 @@
 #ifndef QSLAVE_REFHOST_QDBASE_IMPL_H
 #define QSLAVE_REFHOST_QDBASE_IMPL_H
 
+#include <algorithm>
 #include <map>
 #include <memory>
 #include <string>
@@ -50,10 +51,16 @@ struct StagedRecord {
 // keeps the one of its last booking for the next, with the entries of its
 // records (buffers the size of a record) ready to be used again.
 struct TableBooking {
-  using Records = std::map<long, StagedRecord>;
-  Records records;               // read or changed, by record number
+  // A record's entry; the entry itself stays where it is in memory while
+  // the list around it grows.
+  struct Record {
+    long rec;
+    std::unique_ptr<StagedRecord> staged;
+  };
+  using Records = std::vector<Record>;
+  Records records;               // read or changed, in record order
   long lastRec = 0;              // the record asked for last, and
-  StagedRecord* last = nullptr;  // its entry (map entries stay put)
+  StagedRecord* last = nullptr;  // its entry
   long recordsAtStart = 0;
   long long sizeAtStart = 0;
   bool structural = false;  // appended, deleted or rekeyed
@@ -63,15 +70,23 @@ struct TableBooking {
   // kMostSpareRecords): a booking of the same records again allocates
   // nothing, whatever their number.
   static constexpr size_t kMostSpareRecords = 1024;
-  std::vector<Records::node_type> spare;
+  std::vector<std::unique_ptr<StagedRecord>> spare;
+
+  // Where the entry of rec is, or goes to keep the list in record order.
+  Records::iterator Find(long rec) {
+    // Records are mostly staged in rising order: the end is tried first.
+    if (records.empty() || records.back().rec < rec) return records.end();
+    return std::lower_bound(records.begin(), records.end(), rec,
+                            [](const Record& r, long n) { return r.rec < n; });
+  }
   // Empties the booking for the next one; its entries become spares.
   void Recycle() noexcept {
-    while (!records.empty()) {
-      Records::node_type node = records.extract(records.begin());
+    for (Record& r : records) {
       // Within the capacity reserved when the first entry was made: no
       // allocation here.
-      if (spare.size() < spare.capacity()) spare.push_back(std::move(node));
+      if (spare.size() < spare.capacity()) spare.push_back(std::move(r.staged));
     }
+    records.clear();  // its capacity is kept for the next booking
     lastRec = 0;
     last = nullptr;
     structural = false;
