@@ -128,6 +128,46 @@ TEST_F(Bookings, ReadsInsideABookingSeeItsOwnWritesOthersSeeThemAfterCommit) {
   EXPECT_EQ(99.0, qty);
 }
 
+// A booking finds its records by number in whatever order they are
+// changed, a table's first records and those far beyond (past 65,536 they
+// are kept apart) alike, and writes each where it belongs.
+TEST_F(Bookings, RecordsChangedInAnyOrderAreEachWrittenInPlace) {
+  const long n = 65540;
+  ASSERT_EQ(1, Qdbase::Create(dir.path().c_str(), "c", 3, kFields));
+  Qdbase c;
+  Bind(c, "c");
+  {
+    QdbBooking booking(&c);
+    ASSERT_EQ(1, booking.Ok());
+    for (long id = 1; id <= n; ++id) {
+      ASSERT_EQ(1, c.Append());
+      ASSERT_EQ(1, c.WriteLong("ID", id));
+    }
+    ASSERT_EQ(1, booking.Commit());
+  }
+  const long order[] = {65539, 2, 65537, 1, 65540, 3, 65536, 65538};
+  {
+    QdbBooking booking(&c);
+    ASSERT_EQ(1, booking.Ok());
+    for (long rec : order) {
+      ASSERT_EQ(1, c.Go(rec));
+      ASSERT_EQ(1, c.WriteDouble("QTY", static_cast<double>(rec) / 8.0));
+    }
+    // Read again within the booking, in another order.
+    for (long rec : {1L, 65540L, 3L, 65537L, 2L}) {
+      double qty = 0.0;
+      ASSERT_EQ(1, c.Go(rec));
+      ASSERT_EQ(1, c.ReadDouble("QTY", &qty));
+      EXPECT_EQ(static_cast<double>(rec) / 8.0, qty) << rec;
+    }
+    ASSERT_EQ(1, booking.Commit());
+  }
+  for (long rec : order) EXPECT_EQ(static_cast<double>(rec) / 8.0, QtyOnDisk("c", rec)) << rec;
+  EXPECT_EQ(0.0, QtyOnDisk("c", 4));
+  EXPECT_EQ(0.0, QtyOnDisk("c", 65535));
+  EXPECT_EQ(n, CountOnDisk("c"));
+}
+
 TEST_F(Bookings, AbandonedBookingChangesNoFileAndNoIndex) {
   Qdbase a;
   Bind(a, "a");

@@ -137,7 +137,8 @@ bool CollectWrites(const ActiveBooking& active, std::vector<Write>* writes, std:
   for (const Qdbase::Impl* t : active.tables) most += t->booking->records.size() + 2;
   writes->reserve(most);
   for (Qdbase::Impl* t : active.tables) {
-    const TableBooking& state = *t->booking;
+    TableBooking& state = *t->booking;
+    state.SortRecords();
     for (const TableBooking::Record& entry : state.records) {
       const StagedRecord& staged = *entry.staged;
       if (staged.low >= staged.high) continue;

@@ -175,30 +175,14 @@ bool Qdbase::Impl::ReadRecord(long rec, std::string* out) {
 }
 
 qdb::StagedRecord* Qdbase::Impl::StageAnother(long rec) {
-  qdb::TableBooking::Records& records = booking->records;
-  // Where rec is, or goes: a new entry is put there without a second search.
-  auto it = booking->Find(rec);
-  if (it == records.end() || it->rec != rec) {
-    // The entry of an earlier booking when there is one, its buffers
-    // reused; else a new one. Nothing enters the list before its record is
-    // read whole, so a failed read (or an allocation that fails) leaves no
-    // entry behind.
-    std::unique_ptr<qdb::StagedRecord> staged;
-    if (!booking->spare.empty()) {
-      staged = std::move(booking->spare.back());
-      booking->spare.pop_back();
-    } else {
-      // Room now for this entry to be kept for the next booking: the
-      // booking's end must not allocate. It grows as the list does.
-      const size_t most = qdb::TableBooking::kMostSpareRecords;
-      const size_t wanted = std::min(most, records.size() + 1);
-      if (booking->spare.capacity() < wanted) {
-        booking->spare.reserve(std::min(most, std::max(wanted, 2 * booking->spare.capacity())));
-      }
-      staged = std::make_unique<qdb::StagedRecord>();
-    }
+  qdb::StagedRecord* staged = booking->Find(rec);
+  if (staged == nullptr) {
+    // An entry of an earlier booking when there is one, its buffers
+    // reused. Nothing enters the booking before its record is read whole,
+    // so a failed read (or an allocation that fails) leaves no entry behind.
+    staged = booking->TakeEntry();
     if (!ReadRecord(rec, &staged->image)) {
-      booking->spare.push_back(std::move(staged));  // the place it had: no allocation
+      booking->ReturnEntry();
       return nullptr;
     }
     staged->before.clear();
@@ -206,11 +190,16 @@ qdb::StagedRecord* Qdbase::Impl::StageAnother(long rec) {
     staged->high = 0;
     staged->appended = false;
     staged->numbers.Forget();
-    it = records.insert(it, qdb::TableBooking::Record{rec, std::move(staged)});
+    try {
+      booking->Add(rec, staged);
+    } catch (...) {
+      booking->ReturnEntry();
+      throw;
+    }
   }
   booking->lastRec = rec;
-  booking->last = it->staged.get();
-  return booking->last;
+  booking->last = staged;
+  return staged;
 }
 
 const char* Qdbase::Impl::Raw() {
@@ -1015,12 +1004,17 @@ int Qdbase::Append() try {
   const std::string blank = qdb::BlankRecord(m.layout);
   if (m.booking != nullptr) {
     const long rec = m.records + 1;
-    auto it = m.booking->Find(rec);
-    if (it == m.booking->records.end() || it->rec != rec) {
-      it = m.booking->records.insert(
-          it, qdb::TableBooking::Record{rec, std::make_unique<qdb::StagedRecord>()});
+    qdb::StagedRecord* entry = m.booking->Find(rec);
+    if (entry == nullptr) {
+      entry = m.booking->TakeEntry();
+      try {
+        m.booking->Add(rec, entry);
+      } catch (...) {
+        m.booking->ReturnEntry();
+        throw;
+      }
     }
-    qdb::StagedRecord& staged = *it->staged;
+    qdb::StagedRecord& staged = *entry;
     staged.image = blank;
     staged.before.clear();
     staged.appended = true;

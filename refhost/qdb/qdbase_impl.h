@@ -51,14 +51,14 @@ struct StagedRecord {
 // keeps the one of its last booking for the next, with the entries of its
 // records (buffers the size of a record) ready to be used again.
 struct TableBooking {
-  // A record's entry; the entry itself stays where it is in memory while
-  // the list around it grows.
+  // A record of the booking: its number and its entry, which stays where
+  // it is in memory.
   struct Record {
     long rec;
-    std::unique_ptr<StagedRecord> staged;
+    StagedRecord* staged;
   };
   using Records = std::vector<Record>;
-  Records records;               // read or changed, in record order
+  Records records;               // read or changed, in the order first asked for
   long lastRec = 0;              // the record asked for last, and
   StagedRecord* last = nullptr;  // its entry
   long recordsAtStart = 0;
@@ -66,27 +66,68 @@ struct TableBooking {
   bool structural = false;  // appended, deleted or rekeyed
   unsigned long errorsAtStart = 0;
 
-  // Entries of earlier bookings, as many as the largest booking had (up to
-  // kMostSpareRecords): a booking of the same records again allocates
-  // nothing, whatever their number.
+  // Every entry made: the first inUse back this booking's records, the
+  // others wait for the next booking. A booking of as many records again
+  // allocates nothing; at most kMostSpareRecords are kept between them.
   static constexpr size_t kMostSpareRecords = 1024;
-  std::vector<std::unique_ptr<StagedRecord>> spare;
+  std::vector<std::unique_ptr<StagedRecord>> entries;
+  size_t inUse = 0;
 
-  // Where the entry of rec is, or goes to keep the list in record order.
-  Records::iterator Find(long rec) {
-    // Records are mostly staged in rising order: the end is tried first.
-    if (records.empty() || records.back().rec < rec) return records.end();
-    return std::lower_bound(records.begin(), records.end(), rec,
-                            [](const Record& r, long n) { return r.rec < n; });
-  }
-  // Empties the booking for the next one; its entries become spares.
-  void Recycle() noexcept {
-    for (Record& r : records) {
-      // Within the capacity reserved when the first entry was made: no
-      // allocation here.
-      if (spare.size() < spare.capacity()) spare.push_back(std::move(r.staged));
+  // The entries by record number: a table's first records (the tables of
+  // a dispenser have a few hundred) are found by their number, in any
+  // order, in one step; records beyond, in a tree.
+  static constexpr long kMostIndexed = 65536;
+  std::vector<StagedRecord*> byNumber;  // null: not in the booking
+  std::map<long, StagedRecord*> beyond;
+
+  // The entry of rec in this booking, or null.
+  StagedRecord* Find(long rec) const {
+    if (rec >= 0 && rec < kMostIndexed) {
+      return static_cast<size_t>(rec) < byNumber.size() ? byNumber[static_cast<size_t>(rec)]
+                                                        : nullptr;
     }
+    const auto it = beyond.find(rec);
+    return it != beyond.end() ? it->second : nullptr;
+  }
+  // Puts the entry of rec (which has none) into the booking. On bad_alloc
+  // the booking is as it was.
+  void Add(long rec, StagedRecord* staged) {
+    if (records.size() == records.capacity()) records.reserve(2 * records.size() + 1);
+    if (rec >= 0 && rec < kMostIndexed) {
+      const size_t at = static_cast<size_t>(rec);
+      if (at >= byNumber.size()) byNumber.resize(std::max(at + 1, 2 * byNumber.size()), nullptr);
+      byNumber[at] = staged;
+    } else {
+      beyond.emplace(rec, staged);
+    }
+    records.push_back(Record{rec, staged});  // room was made above: no throw
+  }
+  // The records in record order, as a commit writes them.
+  void SortRecords() {
+    const auto byRec = [](const Record& a, const Record& b) { return a.rec < b.rec; };
+    if (!std::is_sorted(records.begin(), records.end(), byRec)) {
+      std::sort(records.begin(), records.end(), byRec);
+    }
+  }
+  // An entry for a record about to be staged: a waiting one, or a new one
+  // (which may throw bad_alloc, leaving everything as it was).
+  StagedRecord* TakeEntry() {
+    if (inUse == entries.size()) entries.push_back(std::make_unique<StagedRecord>());
+    return entries[inUse++].get();
+  }
+  // Gives back the entry taken last, before it was put in the booking.
+  void ReturnEntry() noexcept { --inUse; }
+  // Empties the booking for the next one; its entries wait for it.
+  void Recycle() noexcept {
+    for (const Record& r : records) {
+      if (r.rec >= 0 && r.rec < kMostIndexed) byNumber[static_cast<size_t>(r.rec)] = nullptr;
+    }
+    beyond.clear();
     records.clear();  // its capacity is kept for the next booking
+    inUse = 0;
+    if (entries.size() > kMostSpareRecords) {
+      entries.erase(entries.begin() + static_cast<long>(kMostSpareRecords), entries.end());
+    }
     lastRec = 0;
     last = nullptr;
     structural = false;
