@@ -16,6 +16,7 @@
 #include <unistd.h>
 #include <valgrind/callgrind.h>
 
+#include <algorithm>
 #include <charconv>
 #include <fstream>
 #include <map>
@@ -493,16 +494,30 @@ int Count(const std::string& work, long iterations) {
   NoState none;
   // "driver_levels:N": UpdateLevels of every circuit of the N-circuit
   // dispenser whose driver keeps the levels (N 16, 128 or 999).
-  slave* driverKept = nullptr;
-  std::unique_ptr<EveryCircuit> driverBatch;
+  // "levels:N" and "levels_falling:N": UpdateLevels of every circuit of
+  // the N-circuit dispenser whose levels are in its tables, the circuits
+  // in rising or in falling order.
+  slave* batchSlave = nullptr;
+  std::unique_ptr<EveryCircuit> nBatch;
   if (work.compare(0, 14, "driver_levels:") == 0) {
     const long id = 1000 + atol(work.c_str() + 14);
     if (TheSlaves().driverLevels.count(id) == 0) {
       fprintf(stderr, "qslave_bench: no driver-kept dispenser for %s\n", work.c_str());
       return 2;
     }
-    driverKept = &DriverLevels(id);
-    driverBatch.reset(new EveryCircuit(qbench::CircuitsOf(id)));
+    batchSlave = &DriverLevels(id);
+    nBatch.reset(new EveryCircuit(qbench::CircuitsOf(id)));
+  } else if (work.compare(0, 7, "levels:") == 0 || work.compare(0, 15, "levels_falling:") == 0) {
+    const bool falling = work[6] != ':';
+    const long id = atol(work.c_str() + work.find(':') + 1);
+    if (TheSlaves().growth.count(id) == 0) {
+      fprintf(stderr, "qslave_bench: no dispenser of %s circuits\n", work.c_str());
+      return 2;
+    }
+    batchSlave = TheSlaves().growth[id].get();
+    batchSlave->SetLevelMax();
+    nBatch.reset(new EveryCircuit(qbench::CircuitsOf(id)));
+    if (falling) std::reverse(nBatch->circuits.begin(), nBatch->circuits.end());
   }
 
   bool ok = true;
@@ -518,9 +533,9 @@ int Count(const std::string& work, long iterations) {
       Tidy(none, s.m_Dsp, i);
     } else if (work == "levels_floor") {
       ok = levelFloor.Run() && ok;
-    } else if (driverKept != nullptr) {
-      ok = driverBatch->Update(*driverKept) && ok;
-      Tidy(none, driverKept->m_Dsp, i);
+    } else if (batchSlave != nullptr) {
+      ok = nBatch->Update(*batchSlave) && ok;
+      Tidy(none, batchSlave->m_Dsp, i);
     } else {
       ok = false;
     }

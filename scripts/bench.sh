@@ -41,7 +41,9 @@ if [ "$CALLGRIND" != 0 ] && command -v valgrind >/dev/null 2>&1; then
   # The driver-kept level updates touch up to 999 circuits each: ten of
   # them are enough for a steady count.
   for work in dispense:100 dispense_floor:100 levels:100 levels_floor:100 \
-              driver_levels:16:10 driver_levels:128:10 driver_levels:999:10; do
+              driver_levels:16:10 driver_levels:128:10 driver_levels:999:10 \
+              levels:16:10 levels:128:10 levels:999:10 \
+              levels_falling:16:10 levels_falling:128:10 levels_falling:999:10; do
     name=${work%:*}
     iterations=${work##*:}
     valgrind --tool=callgrind --collect-atstart=no \
@@ -94,11 +96,13 @@ if counts:
         if counts.get(floor):
             print("  %-9s %10.0f   floor %10.0f   ratio %.2f" %
                   (lib, counts[lib], counts[floor], counts[lib] / counts[floor]))
-    for n in (16, 128, 999):
-        work = "driver_levels:%d" % n
-        if counts.get(work):
-            print("  UpdateLevels of %3d driver-kept circuits %12.0f   per circuit %6.0f" %
-                  (n, counts[work], counts[work] / n))
+    for kind, what in (("levels", "circuits, rising "), ("levels_falling", "circuits, falling"),
+                       ("driver_levels", "driver-kept circuits")):
+        for n in (16, 128, 999):
+            work = "%s:%d" % (kind, n)
+            if counts.get(work):
+                print("  UpdateLevels of %3d %-20s %12.0f   per circuit %6.0f" %
+                      (n, what, counts[work], counts[work] / n))
 
 def ratio(a, b):
     return "%.2f" % (median[a] / median[b]) if a in median and b in median else "nan"
