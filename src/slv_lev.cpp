@@ -84,16 +84,21 @@ int BookLevel(slave* s, Qdbase* tanks, Qdbase* cist, int circuit, double quantit
   return SlvFailed(s, kSource, __LINE__, "change_level", 0);
 }
 
+// The tank and cistern tables (the cistern table may be closed), with the
+// dispenser table open; else traced with the caller's line.
+bool LevelTables(Qdbase** tanks, Qdbase** cist, int line) {
+  Qdbase* disp = nullptr;
+  if (_slv_dbhandles(&disp, tanks, cist)) return true;
+  TarvoTrace("\n%s (%d) _slv_dbhandles() failure", kSource, line);
+  return false;
+}
+
 }  // namespace
 
 int slave::change_level(int circuit, double quantity, int relative, int notify) try {
-  Qdbase* disp = nullptr;
   Qdbase* tanks = nullptr;
   Qdbase* cist = nullptr;
-  if (!_slv_dbhandles(&disp, &tanks, &cist)) {
-    TarvoTrace("\n%s (%d) _slv_dbhandles() failure", kSource, __LINE__);
-    return 0;
-  }
+  if (!LevelTables(&tanks, &cist, __LINE__)) return 0;
   if (!LevelIsNumber(circuit, quantity)) return 0;
   // The level is read from the file, changed and written under the lock of
   // the tables, tank and cistern together (or in the booking that called).
@@ -118,13 +123,9 @@ int slave::UpdateLevels(int count, int* circuits, double* quantities, double fac
     TarvoTrace("\n%s (%d) id == %ld", kSource, __LINE__, m_DispId);
     return 0;
   }
-  Qdbase* disp = nullptr;
   Qdbase* tanks = nullptr;
   Qdbase* cist = nullptr;
-  if (!_slv_dbhandles(&disp, &tanks, &cist)) {
-    TarvoTrace("\n%s (%d) _slv_dbhandles() failure", kSource, __LINE__);
-    return 0;
-  }
+  if (!LevelTables(&tanks, &cist, __LINE__)) return 0;
   if (count > 0 && (circuits == nullptr || quantities == nullptr)) return 0;
 
   FlushEveryWrite flush;
