@@ -109,11 +109,12 @@ bool ParseRightAlignedNumber(const char* s, size_t len, FieldNumber* out) {
   const size_t digits = whole + decimals;
   if (digits == 0 || digits > 15) return false;
   const double value = static_cast<double>(mantissa) / kExactPowers[decimals];
-  *out = FieldNumber();
+  // No negative zero: "-0" and "-0.00" read 0.
+  out->value = negative && mantissa != 0 ? -value : value;
   out->integral = !point;
-  out->value = value == 0.0 ? 0.0 : (negative ? -value : value);
   out->whole = negative ? -static_cast<long long>(mantissa) : static_cast<long long>(mantissa);
   out->wholeExact = !point;
+  out->blank = false;
   return true;
 }
 
@@ -202,13 +203,19 @@ bool HoldsNumbers(const DbfField& f) {
 
 bool DecodeNumber(const DbfLayout& layout, const DbfField& f, const char* record,
                   FieldNumber* out) {
+  const char* p = record + f.offset;
+  const bool null = IsNull(layout, f, record);
+  // A number stored as text goes to the text reader, which fills *out
+  // itself; the binary kinds start from an empty number.
+  if (!null && (f.type == 'N' || f.type == 'F' || f.type == 'C')) {
+    return ParseNumberText(p, static_cast<size_t>(f.width), out);
+  }
   *out = FieldNumber();
   if (!HoldsNumbers(f)) return false;
-  if (IsNull(layout, f, record)) {
+  if (null) {
     out->blank = true;
     return true;
   }
-  const char* p = record + f.offset;
   switch (f.type) {
     case 'I': {
       const int32_t v = static_cast<int32_t>(LoadLittle<uint32_t>(p));
@@ -234,7 +241,7 @@ bool DecodeNumber(const DbfLayout& layout, const DbfField& f, const char* record
       return true;
     }
     default:
-      return ParseNumberText(p, static_cast<size_t>(f.width), out);
+      return false;
   }
 }
 
