@@ -95,7 +95,10 @@ struct TableBooking {
     if (records.size() == records.capacity()) records.reserve(2 * records.size() + 1);
     if (rec >= 0 && rec < kMostIndexed) {
       const size_t at = static_cast<size_t>(rec);
-      if (at >= byNumber.size()) byNumber.resize(std::max(at + 1, 2 * byNumber.size()), nullptr);
+      if (at >= byNumber.size()) {
+        const size_t most = static_cast<size_t>(kMostIndexed);
+        byNumber.resize(std::min(most, std::max(at + 1, 2 * byNumber.size())), nullptr);
+      }
       byNumber[at] = staged;
     } else {
       beyond.emplace(rec, staged);
