@@ -27,10 +27,6 @@ void Die(const std::string& why) {
   exit(1);
 }
 
-void Put(std::string* out, unsigned long long value, int bytes) {
-  for (int i = 0; i < bytes; ++i) out->push_back(static_cast<char>((value >> (8 * i)) & 0xFF));
-}
-
 char* PutAt(char* p, unsigned long long value, int bytes) {
   for (int i = 0; i < bytes; ++i) *p++ = static_cast<char>((value >> (8 * i)) & 0xFF);
   return p;
@@ -42,9 +38,9 @@ unsigned long long Get(const unsigned char* p, int bytes) {
   return v;
 }
 
-unsigned Crc(const std::string& bytes) {
-  return static_cast<unsigned>(crc32(0L, reinterpret_cast<const Bytef*>(bytes.data()),
-                                     static_cast<uInt>(bytes.size())));
+unsigned Crc(const char* bytes, size_t size) {
+  return static_cast<unsigned>(
+      crc32(0L, reinterpret_cast<const Bytef*>(bytes), static_cast<uInt>(size)));
 }
 
 bool WriteAt(int fd, const char* bytes, size_t size, long long at) {
@@ -176,12 +172,13 @@ bool TableFloor::Text(double v, const Field& f, std::string* out) const {
 }
 
 std::string TableFloor::Header() const {
-  std::string h = "QSLVJNL1";
-  h += bootId_;
-  Put(&h, static_cast<unsigned long long>(end_), 8);  // applied up to the end
-  Put(&h, changes_, 8);
-  Put(&h, Crc(h), 4);
-  return h;
+  char h[kHeaderSize];
+  memcpy(h, "QSLVJNL1", 8);
+  memcpy(h + 8, bootId_.data(), 36);
+  char* p = PutAt(h + 44, static_cast<unsigned long long>(end_), 8);  // applied up to the end
+  p = PutAt(p, changes_, 8);
+  PutAt(p, Crc(h, kHeaderSize - 4), 4);
+  return std::string(h, sizeof h);
 }
 
 bool TableFloor::Lock() {
@@ -268,9 +265,7 @@ bool TableFloor::Book(const std::vector<long>& records, const std::vector<double
     memcpy(e, texts[k].data(), texts[k].size());
     e += texts[k].size();
   }
-  const uLong crc = crc32(0L, reinterpret_cast<const Bytef*>(entry.get()),
-                          static_cast<uInt>(length - 4));
-  PutAt(e, crc, 4);
+  PutAt(e, Crc(entry.get(), length - 4), 4);
   bool ok = WriteAt(journal_, entry.get(), length, end_) && fdatasync(journal_) == 0;
   if (ok) {
     end_ += static_cast<long long>(length);

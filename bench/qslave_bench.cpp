@@ -508,7 +508,7 @@ int Count(const std::string& work, long iterations) {
     batchSlave = &DriverLevels(id);
     nBatch.reset(new EveryCircuit(qbench::CircuitsOf(id)));
   } else if (work.compare(0, 7, "levels:") == 0 || work.compare(0, 15, "levels_falling:") == 0) {
-    const bool falling = work[6] != ':';
+    const bool falling = work.compare(0, 15, "levels_falling:") == 0;
     const long id = atol(work.c_str() + work.find(':') + 1);
     if (TheSlaves().growth.count(id) == 0) {
       fprintf(stderr, "qslave_bench: no dispenser of %s circuits\n", work.c_str());

@@ -793,6 +793,10 @@ TEST_F(QdbaseTest, WriteRefusedWhenItsFieldChangedUnderneath) {
   EXPECT_EQ(0, db.WriteDouble("QTY", 7.125));
   EXPECT_EQ(before, ReadFile(File()));
   EXPECT_NE(std::string::npos, trace.text().find("QTY")) << trace.text();
+  EXPECT_NE(std::string::npos,
+            trace.text().find(": write refused: field QTY is not what it was when the write "
+                              "was made"))
+      << trace.text();
   // NAME is as it was: written, and the fields after QTY keep their bytes.
   EXPECT_EQ(1, db.WriteString("NAME", "eleven"));
   ASSERT_EQ(1, db.Close());

@@ -54,6 +54,15 @@ struct Write {
   Bytes before;  // the bytes it replaces (for a write within the file)
 };
 
+// A new write of table t at offset, at the end of writes.
+Write& AddWrite(std::vector<Write>* writes, Qdbase::Impl* t, long long offset) {
+  writes->emplace_back();
+  Write& w = writes->back();
+  w.table = t;
+  w.offset = offset;
+  return w;
+}
+
 void Trace(const std::string& text) { TarvoTrace("\nQdbase: booking not made: %s", text.c_str()); }
 
 bool Contains(const std::vector<Qdbase::Impl*>& tables, const Qdbase::Impl* t) {
@@ -144,10 +153,7 @@ bool CollectWrites(const ActiveBooking& active, std::vector<Write>* writes, std:
       if (staged.low >= staged.high) continue;
       const size_t low = static_cast<size_t>(staged.low);
       const size_t len = static_cast<size_t>(staged.high - staged.low);
-      writes->emplace_back();
-      Write& w = writes->back();
-      w.table = t;
-      w.offset = RecordOffset(t->layout, entry.rec) + staged.low;
+      Write& w = AddWrite(writes, t, RecordOffset(t->layout, entry.rec) + staged.low);
       w.bytes.View(std::string_view(staged.image).substr(low, len));
       if (!staged.appended) {
         w.before.View(std::string_view(staged.before).substr(low, len));
@@ -156,19 +162,13 @@ bool CollectWrites(const ActiveBooking& active, std::vector<Write>* writes, std:
       }
     }
     if (t->records > state.recordsAtStart) {
-      writes->emplace_back();
-      Write& mark = writes->back();
-      mark.table = t;
-      mark.offset = RecordOffset(t->layout, t->records + 1);
+      Write& mark = AddWrite(writes, t, RecordOffset(t->layout, t->records + 1));
       mark.bytes.Own()->assign(1, '\x1A');
       if (!Before(t, mark.offset, 1, mark.before.Own(), why)) return false;
       unsigned char head[7];
       TodayBytes(head);
       CountBytes(t->records, head + 3);
-      writes->emplace_back();
-      Write& count = writes->back();
-      count.table = t;
-      count.offset = 1;
+      Write& count = AddWrite(writes, t, 1);
       count.bytes.Own()->assign(reinterpret_cast<char*>(head), sizeof head);
       if (!Before(t, 1, sizeof head, count.before.Own(), why)) return false;
     }

@@ -306,14 +306,12 @@ bool EncodeNumber(const DbfField& f, double v, std::string* bytes) {
       long long units = 0;
       if (WholeUnits(v, f.decimals, &units)) {
         // The digits end the field, blanks before them: put together in
-        // place and given in one piece (a number field is at most 255 wide).
+        // place and given in one piece. A number field's width is one byte
+        // of its header, so the buffer holds any; one wider is refused.
         char buf[256 + 32];
         char* const end = buf + sizeof buf;
         const int n = FixedDigitsBefore(units, f.decimals, end);
-        if (n > f.width) return false;
-        if (f.width > 255) {
-          return RightAligned(std::string(end - n, static_cast<size_t>(n)), f.width, bytes);
-        }
+        if (n > f.width || f.width > 255) return false;
         memset(end - f.width, ' ', static_cast<size_t>(f.width - n));
         bytes->assign(end - f.width, static_cast<size_t>(f.width));
         return true;

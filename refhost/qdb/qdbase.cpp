@@ -190,12 +190,7 @@ qdb::StagedRecord* Qdbase::Impl::StageAnother(long rec) {
     staged->high = 0;
     staged->appended = false;
     staged->numbers.Forget();
-    try {
-      booking->Add(rec, staged);
-    } catch (...) {
-      booking->ReturnEntry();
-      throw;
-    }
+    booking->Add(rec, staged);
   }
   booking->lastRec = rec;
   booking->last = staged;
@@ -1007,12 +1002,7 @@ int Qdbase::Append() try {
     qdb::StagedRecord* entry = m.booking->Find(rec);
     if (entry == nullptr) {
       entry = m.booking->TakeEntry();
-      try {
-        m.booking->Add(rec, entry);
-      } catch (...) {
-        m.booking->ReturnEntry();
-        throw;
-      }
+      m.booking->Add(rec, entry);
     }
     qdb::StagedRecord& staged = *entry;
     staged.image = blank;

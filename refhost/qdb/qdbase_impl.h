@@ -89,19 +89,25 @@ struct TableBooking {
     const auto it = beyond.find(rec);
     return it != beyond.end() ? it->second : nullptr;
   }
-  // Puts the entry of rec (which has none) into the booking. On bad_alloc
-  // the booking is as it was.
+  // Puts staged, the entry taken last, into the booking as the entry of
+  // rec (which has none). On bad_alloc the entry is given back and the
+  // booking is as it was.
   void Add(long rec, StagedRecord* staged) {
-    if (records.size() == records.capacity()) records.reserve(2 * records.size() + 1);
-    if (rec >= 0 && rec < kMostIndexed) {
-      const size_t at = static_cast<size_t>(rec);
-      if (at >= byNumber.size()) {
-        const size_t most = static_cast<size_t>(kMostIndexed);
-        byNumber.resize(std::min(most, std::max(at + 1, 2 * byNumber.size())), nullptr);
+    try {
+      if (records.size() == records.capacity()) records.reserve(2 * records.size() + 1);
+      if (rec >= 0 && rec < kMostIndexed) {
+        const size_t at = static_cast<size_t>(rec);
+        if (at >= byNumber.size()) {
+          const size_t most = static_cast<size_t>(kMostIndexed);
+          byNumber.resize(std::min(most, std::max(at + 1, 2 * byNumber.size())), nullptr);
+        }
+        byNumber[at] = staged;
+      } else {
+        beyond.emplace(rec, staged);
       }
-      byNumber[at] = staged;
-    } else {
-      beyond.emplace(rec, staged);
+    } catch (...) {
+      ReturnEntry();
+      throw;
     }
     records.push_back(Record{rec, staged});  // room was made above: no throw
   }
