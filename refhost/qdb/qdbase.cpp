@@ -230,14 +230,12 @@ bool Qdbase::Impl::Number(int fi, qdb::FieldNumber* out) {
   if (numbers->fields.size() != layout.fields.size()) {
     numbers->fields.assign(layout.fields.size(), qdb::DecodedNumbers::Entry());
   }
-  qdb::DecodedNumbers::Entry& entry = numbers->fields[i];
-  if (entry.known) {
-    *out = entry.value;
+  if (numbers->Known(i)) {
+    *out = numbers->fields[i].value;
     return true;
   }
   if (!qdb::DecodeNumber(layout, Field(fi), raw, out)) return false;
-  entry.value = *out;
-  entry.known = true;
+  numbers->Keep(i, *out);
   return true;
 }
 

@@ -20,18 +20,23 @@ namespace qdb {
 
 // The numbers of a record's fields as read once: a field read again gives
 // the same value without reading its text again. Forgotten when the
-// record's bytes change.
+// record's bytes change. Each entry carries the read of the record it was
+// decoded in: forgetting them all starts another read, in one step.
 struct DecodedNumbers {
   struct Entry {
     FieldNumber value;
-    bool known = false;
+    unsigned long long read = 0;  // 0: never decoded
   };
   std::vector<Entry> fields;
-  void Forget() {
-    for (Entry& e : fields) e.known = false;
+  unsigned long long read = 1;
+  bool Known(size_t fi) const { return fields[fi].read == read; }
+  void Keep(size_t fi, const FieldNumber& value) {
+    fields[fi].value = value;
+    fields[fi].read = read;
   }
+  void Forget() { ++read; }
   void Forget(int fi) {
-    if (static_cast<size_t>(fi) < fields.size()) fields[static_cast<size_t>(fi)].known = false;
+    if (static_cast<size_t>(fi) < fields.size()) fields[static_cast<size_t>(fi)].read = 0;
   }
 };
 
