@@ -213,30 +213,29 @@ const char* Qdbase::Impl::Raw() {
   return image.data();
 }
 
-bool Qdbase::Impl::Number(int fi, qdb::FieldNumber* out) {
+const FieldNumber* Qdbase::Impl::Number(int fi) {
   const char* raw = nullptr;
   qdb::DecodedNumbers* numbers = nullptr;
   if (booking != nullptr) {
     qdb::StagedRecord* staged = Stage(cur);
-    if (staged == nullptr) return false;
+    if (staged == nullptr) return nullptr;
     raw = staged->image.data();
     numbers = &staged->numbers;
   } else {
     raw = Raw();
-    if (raw == nullptr) return false;
+    if (raw == nullptr) return nullptr;
     numbers = &imageNumbers;
   }
   const size_t i = static_cast<size_t>(fi);
   if (numbers->fields.size() != layout.fields.size()) {
     numbers->fields.assign(layout.fields.size(), qdb::DecodedNumbers::Entry());
   }
-  if (numbers->Known(i)) {
-    *out = numbers->fields[i].value;
-    return true;
+  if (!numbers->Known(i)) {
+    FieldNumber decoded;
+    if (!qdb::DecodeNumber(layout, Field(fi), raw, &decoded)) return nullptr;
+    numbers->Keep(i, decoded);
   }
-  if (!qdb::DecodeNumber(layout, Field(fi), raw, out)) return false;
-  numbers->Keep(i, *out);
-  return true;
+  return &numbers->fields[i].value;
 }
 
 // --- Impl: opening and reading again --------------------------------------
@@ -459,9 +458,8 @@ int Qdbase::Impl::StoreAt(int fi, int pos, const std::string& bytes, bool numeri
     qdb::StagedRecord* staged = Stage(cur);
     if (staged == nullptr) return 0;
     std::string& rec = staged->image;
-    FieldNumber before;
-    const bool known = numeric && Number(fi, &before);
-    if (Unchanged(layout, f, rec, at, bytes, known ? &before : nullptr, written)) return 1;
+    const FieldNumber* before = numeric ? Number(fi) : nullptr;
+    if (Unchanged(layout, f, rec, at, bytes, before, written)) return 1;
     if (!staged->appended && staged->low >= staged->high) staged->before = rec;
     staged->numbers.Forget(fi);
     if (layout.nullFlagsField >= 0) staged->numbers.Forget(layout.nullFlagsField);
@@ -809,14 +807,14 @@ int Qdbase::ReadFieldLong(int field, long* value) try {
   if (value == nullptr) return 0;
   *value = 0;
   const int fi = impl_->FieldIndex(field);
-  FieldNumber number;
-  if (fi < 0 || !impl_->Number(fi, &number)) return 0;
-  if (number.integral && number.wholeExact) {
-    *value = static_cast<long>(number.whole);
+  const FieldNumber* number = fi < 0 ? nullptr : impl_->Number(fi);
+  if (number == nullptr) return 0;
+  if (number->integral && number->wholeExact) {
+    *value = static_cast<long>(number->whole);
     return 1;
   }
-  if (number.integral) return 0;  // an integer beyond long
-  const double d = trunc(number.value);
+  if (number->integral) return 0;  // an integer beyond long
+  const double d = trunc(number->value);
   if (d < -9223372036854775808.0 || d >= 9223372036854775808.0) return 0;
   *value = static_cast<long>(d);
   return 1;
@@ -841,9 +839,9 @@ int Qdbase::ReadFieldDouble(int field, double* value) try {
   if (value == nullptr) return 0;
   *value = 0.0;
   const int fi = impl_->FieldIndex(field);
-  FieldNumber number;
-  if (fi < 0 || !impl_->Number(fi, &number)) return 0;
-  *value = number.value;
+  const FieldNumber* number = fi < 0 ? nullptr : impl_->Number(fi);
+  if (number == nullptr) return 0;
+  *value = number->value;
   return 1;
 } catch (...) {
   return impl_->Failed(0);

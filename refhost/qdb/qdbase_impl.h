@@ -220,8 +220,9 @@ struct Qdbase::Impl {
   // Stage for a record other than the one asked for last.
   qdb::StagedRecord* StageAnother(long rec);
   // The number in field fi of the current record, decoded once per read
-  // of the record.
-  bool Number(int fi, qdb::FieldNumber* out);
+  // of the record; null when the record cannot be read or the field holds
+  // no number. It stays valid until the record or the table changes.
+  const qdb::FieldNumber* Number(int fi);
 
   // Opens the bound file; on failure *why says why.
   bool OpenFile(std::string* why);
