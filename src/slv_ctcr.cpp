@@ -71,9 +71,9 @@ long CistId(const CtInDspTank& entry) { return strtol(entry.cist_id, nullptr, 10
 // Writes id into the entry's cistern text ("%5ld"); false when it needs
 // more than the text holds.
 bool StoreCistId(CtInDspTank* entry, long id) {
-  char text[32];
-  const int len = snprintf(text, sizeof text, "%5ld", id);
-  if (len < 0 || static_cast<size_t>(len) >= sizeof entry->cist_id) return false;
+  char text[kSlvIdTextSize];
+  const int len = SlvIdText(id, text);
+  if (static_cast<size_t>(len) >= sizeof entry->cist_id) return false;
   memcpy(entry->cist_id, text, static_cast<size_t>(len) + 1);
   return true;
 }

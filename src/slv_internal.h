@@ -14,6 +14,12 @@ constexpr double kSlvEpsilon = 1e-5;
 // printf into a string of whatever length the text needs.
 std::string SlvFormat(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
 
+// An id as "%5ld" prints it (right-aligned in five places, wider when it
+// needs more), put together without printf, which costs a tenfold more;
+// answers its length. out holds kSlvIdTextSize bytes (any long fits).
+constexpr size_t kSlvIdTextSize = 24;
+int SlvIdText(long id, char* out);
+
 // Whether option pos of an option text is on ('1'). Positions outside the
 // text (or outside 0..31) count as off: a record whose OPTIONS is shorter
 // than the position asked for has not switched that option on.

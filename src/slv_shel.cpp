@@ -55,8 +55,8 @@ int SlaveReadCan(unsigned long dataId, long canId, int* hMin, int* hMax, int* ze
     TarvoTrace("\n%s(%d): error ... unable to open cans database", kSource, __LINE__);
     return 0;
   }
-  char key[32];
-  snprintf(key, sizeof key, "%5ld", canId);
+  char key[kSlvIdTextSize];
+  SlvIdText(canId, key);
   table->SelectIdx(1);
   int result = 0;
   if (table->Seek(key)) {

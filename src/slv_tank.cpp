@@ -44,8 +44,8 @@ void SlvForgetSplitLevels(slave* s, Qdbase* tanks) {
 }
 
 int SlvSeekCistern(Qdbase* cist, long id) {
-  char key[32];
-  snprintf(key, sizeof key, "%5ld", id);
+  char key[kSlvIdTextSize];
+  SlvIdText(id, key);
   cist->SelectIdx(1);
   return cist->Seek(key);
 }

@@ -10,6 +10,23 @@
 #include "host/qdsp32.h"
 #include "slv_internal.h"
 
+int SlvIdText(long id, char* out) {
+  char digits[kSlvIdTextSize];
+  char* p = digits + sizeof digits;
+  unsigned long u = id < 0 ? 0UL - static_cast<unsigned long>(id) : static_cast<unsigned long>(id);
+  do {
+    *--p = static_cast<char>('0' + u % 10);
+    u /= 10;
+  } while (u != 0);
+  if (id < 0) *--p = '-';
+  const int n = static_cast<int>(digits + sizeof digits - p);
+  const int pad = n < 5 ? 5 - n : 0;
+  memset(out, ' ', static_cast<size_t>(pad));
+  memcpy(out + pad, p, static_cast<size_t>(n));
+  out[pad + n] = '\0';
+  return pad + n;
+}
+
 std::string SlvFormat(const char* fmt, ...) {
   va_list args;
   va_start(args, fmt);

@@ -323,6 +323,32 @@ TEST_F(CtInDsp, ReadTakesQuantitiesFromTheCistern) {
   EXPECT_STREQ(c.m_Tanks[0].cist_id, "    4");
 }
 
+// A cistern is sought by its id as "%5ld" prints it, and the entry keeps
+// that text: ids of one to five places, and below zero, alike.
+TEST_F(CtInDsp, CisternIdsOfEveryWidthAreFoundAndKeptAsTheyPrint) {
+  AddDispenser();
+  const std::vector<std::pair<long, std::string>> ids = {
+      {7, "    7"}, {42, "   42"}, {345, "  345"}, {6789, " 6789"}, {12345, "12345"}, {-3, "   -3"}};
+  std::vector<TankRow> rows;
+  for (size_t i = 0; i < ids.size(); ++i) {
+    rows.push_back(Tank(static_cast<int>(i) + 1, 20 + static_cast<long>(i), 60, 10, 100, 0,
+                        "00000000", ids[i].first));
+  }
+  AddTanks(rows);
+  for (size_t i = 0; i < ids.size(); ++i) {
+    AddCistern(ids[i].first, 1, 1000.0 + static_cast<double>(i), 500, 20);
+  }
+  slave s(1);
+  for (size_t i = 0; i < ids.size(); ++i) {
+    ColourantInDispenser c(&s);
+    ASSERT_EQ(c.Read(20 + static_cast<long>(i)), 1) << ids[i].first;
+    ASSERT_EQ(c.m_NumTanks, 1);
+    EXPECT_DOUBLE_EQ(c.m_Tanks[0].max_q, 1000.0 + static_cast<double>(i)) << ids[i].first;
+    EXPECT_STREQ(c.m_Tanks[0].cist_id, ids[i].second.c_str());
+    EXPECT_EQ(s.TankLocate(static_cast<int>(i) + 1), 1) << ids[i].first;
+  }
+}
+
 TEST_F(CtInDsp, ReadSecondaryKeepsItsOwnMarks) {
   AddDispenser();
   AddTanks({Tank(1, 5, 60, 10, 100, 0, "00000000", 4), Secondary(2, 5, 10, 4)});
