@@ -354,19 +354,25 @@ BENCHMARK(BM_DriverLevelsDumpTanks)->ArgName("circuits")->Arg(1016)->Arg(1128)->
 
 // --- The split ----------------------------------------------------------------
 
-// range(0): colourants; range(1): 0 single tanks, 1 independent pairs,
-// 2 linked pairs.
+// The split dispenser's colourants of one kind: 0 single tanks, 1
+// independent pairs, 2 linked pairs fed by cisterns.
+const long kSplitBases[] = {qbench::kSingleBase, qbench::kIndependentBase, qbench::kLinkedBase};
+
+// The split of a formula of n colourants; false when it failed.
+bool SplitOnce(slave& s, std::vector<char>& frm, int n) {
+  Zu_LongArray cnts;
+  Zu_IntArray tanks;
+  Zu_DoubleArray qnts;
+  return s.SplitFrmToTanks(frm.data(), &cnts, &tanks, &qnts, 1.0, 1.0, 0, 0, nullptr) >= n;
+}
+
+// range(0): colourants; range(1): their kind (see kSplitBases).
 void BM_Split(benchmark::State& state) {
   slave& s = *TheSlaves().split;
   const int n = static_cast<int>(state.range(0));
-  const long bases[] = {qbench::kSingleBase, qbench::kIndependentBase, qbench::kLinkedBase};
-  std::vector<char> frm = Text(qbench::Formula(bases[state.range(1)] + 1, 1, n));
+  std::vector<char> frm = Text(qbench::Formula(kSplitBases[state.range(1)] + 1, 1, n));
   for (auto _ : state) {
-    Zu_LongArray cnts;
-    Zu_IntArray tanks;
-    Zu_DoubleArray qnts;
-    const int k = s.SplitFrmToTanks(frm.data(), &cnts, &tanks, &qnts, 1.0, 1.0, 0, 0, nullptr);
-    if (k < n) {
+    if (!SplitOnce(s, frm, n)) {
       state.SkipWithError("split failed");
       break;
     }
@@ -492,6 +498,14 @@ int Count(const std::string& work, long iterations) {
   DispenseFloor dispenseFloor(false);
   LevelFloor levelFloor;
   NoState none;
+  // "split_single", "split_independent", "split_linked": the split (no
+  // booking) of a formula of 12 colourants of one kind.
+  const char* const splitKinds[] = {"split_single", "split_independent", "split_linked"};
+  const auto splitKind = std::find(std::begin(splitKinds), std::end(splitKinds), work);
+  std::vector<char> splitFrm;
+  if (splitKind != std::end(splitKinds)) {
+    splitFrm = Text(qbench::Formula(kSplitBases[splitKind - std::begin(splitKinds)] + 1, 1, 12));
+  }
   // "driver_levels:N": UpdateLevels of every circuit of the N-circuit
   // dispenser whose driver keeps the levels (N 16, 128 or 999).
   // "levels:N" and "levels_falling:N": UpdateLevels of every circuit of
@@ -533,6 +547,8 @@ int Count(const std::string& work, long iterations) {
       Tidy(none, s.m_Dsp, i);
     } else if (work == "levels_floor") {
       ok = levelFloor.Run() && ok;
+    } else if (!splitFrm.empty()) {
+      ok = SplitOnce(*TheSlaves().split, splitFrm, 12) && ok;
     } else if (batchSlave != nullptr) {
       ok = nBatch->Update(*batchSlave) && ok;
       Tidy(none, batchSlave->m_Dsp, i);

@@ -43,7 +43,8 @@ if [ "$CALLGRIND" != 0 ] && command -v valgrind >/dev/null 2>&1; then
   for work in dispense:100 dispense_floor:100 levels:100 levels_floor:100 \
               driver_levels:16:10 driver_levels:128:10 driver_levels:999:10 \
               levels:16:10 levels:128:10 levels:999:10 \
-              levels_falling:16:10 levels_falling:128:10 levels_falling:999:10; do
+              levels_falling:16:10 levels_falling:128:10 levels_falling:999:10 \
+              split_single:20 split_independent:20 split_linked:20; do
     name=${work%:*}
     iterations=${work##*:}
     valgrind --tool=callgrind --collect-atstart=no \
@@ -103,6 +104,11 @@ if counts:
             if counts.get(work):
                 print("  UpdateLevels of %3d %-20s %12.0f   per circuit %6.0f" %
                       (n, what, counts[work], counts[work] / n))
+    for kind in ("single", "independent", "linked"):
+        work = "split_" + kind
+        if counts.get(work):
+            print("  split of 12 colourants, %-12s %12.0f   per colourant %6.0f" %
+                  (kind, counts[work], counts[work] / 12))
 
 def ratio(a, b):
     return "%.2f" % (median[a] / median[b]) if a in median and b in median else "nan"
