@@ -57,8 +57,16 @@ Slaves& TheSlaves() {
     g_slaves->split.reset(new slave(qbench::kSplitId));
     for (long id : qbench::kGrowthIds) g_slaves->growth[id].reset(new slave(id));
     for (long id : qbench::kDriverLevelIds) {
-      g_slaves->driverLevels[id].reset(new slave(id));
-      g_slaves->driverLevels[id]->m_PurgeSrvOff = 1;
+      slave* s = new slave(id);
+      g_slaves->driverLevels[id].reset(s);
+      s->m_PurgeSrvOff = 1;
+      // The driver keeps a level for every circuit (as full as the table
+      // says): every level query answers with all its rows, which the
+      // library copies into the tank records before it reads them.
+      SimulatedDispenser* sim = SimulatedDispenser::From(s->m_Dsp);
+      for (int c = 1; c <= qbench::CircuitsOf(id); ++c) {
+        sim->SetCircuitLevel(c, qbench::kFullLevel, qbench::kFullLevel, 100.0);
+      }
     }
     if (g_slaves->dispense->m_NumTanks != qbench::kDispenseCircuits) {
       fprintf(stderr, "qslave_bench: the dispense dispenser has %d circuits\n",
@@ -506,6 +514,17 @@ int Count(const std::string& work, long iterations) {
   if (splitKind != std::end(splitKinds)) {
     splitFrm = Text(qbench::Formula(kSplitBases[splitKind - std::begin(splitKinds)] + 1, 1, 12));
   }
+  // "tank_report:N" and "driver_tank_report:N": the tank report of the
+  // N-circuit dispenser whose levels are in its tables, or of the one
+  // whose driver keeps them (N 16, 128 or 999).
+  slave* reportSlave = nullptr;
+  if (work.compare(0, 12, "tank_report:") == 0) {
+    const long id = atol(work.c_str() + 12);
+    if (TheSlaves().growth.count(id) != 0) reportSlave = TheSlaves().growth[id].get();
+  } else if (work.compare(0, 19, "driver_tank_report:") == 0) {
+    const long id = 1000 + atol(work.c_str() + 19);
+    if (TheSlaves().driverLevels.count(id) != 0) reportSlave = &DriverLevels(id);
+  }
   // "driver_levels:N": UpdateLevels of every circuit of the N-circuit
   // dispenser whose driver keeps the levels (N 16, 128 or 999).
   // "levels:N" and "levels_falling:N": UpdateLevels of every circuit of
@@ -549,6 +568,9 @@ int Count(const std::string& work, long iterations) {
       ok = levelFloor.Run() && ok;
     } else if (!splitFrm.empty()) {
       ok = SplitOnce(*TheSlaves().split, splitFrm, 12) && ok;
+    } else if (reportSlave != nullptr) {
+      reportSlave->DumpTanks();
+      Tidy(none, reportSlave->m_Dsp, i);
     } else if (batchSlave != nullptr) {
       ok = nBatch->Update(*batchSlave) && ok;
       Tidy(none, batchSlave->m_Dsp, i);

@@ -44,7 +44,9 @@ if [ "$CALLGRIND" != 0 ] && command -v valgrind >/dev/null 2>&1; then
               driver_levels:16:10 driver_levels:128:10 driver_levels:999:10 \
               levels:16:10 levels:128:10 levels:999:10 \
               levels_falling:16:10 levels_falling:128:10 levels_falling:999:10 \
-              split_single:20 split_independent:20 split_linked:20; do
+              split_single:20 split_independent:20 split_linked:20 \
+              tank_report:16:10 tank_report:128:10 tank_report:999:10 \
+              driver_tank_report:16:10 driver_tank_report:128:10 driver_tank_report:999:10; do
     name=${work%:*}
     iterations=${work##*:}
     valgrind --tool=callgrind --collect-atstart=no \
@@ -97,13 +99,16 @@ if counts:
         if counts.get(floor):
             print("  %-9s %10.0f   floor %10.0f   ratio %.2f" %
                   (lib, counts[lib], counts[floor], counts[lib] / counts[floor]))
-    for kind, what in (("levels", "circuits, rising "), ("levels_falling", "circuits, falling"),
-                       ("driver_levels", "driver-kept circuits")):
+    for kind, what in (("levels", "UpdateLevels of %3d circuits, rising"),
+                       ("levels_falling", "UpdateLevels of %3d circuits, falling"),
+                       ("driver_levels", "UpdateLevels of %3d driver-kept circuits"),
+                       ("tank_report", "tank report of %3d circuits"),
+                       ("driver_tank_report", "tank report of %3d driver-kept circuits")):
         for n in (16, 128, 999):
             work = "%s:%d" % (kind, n)
             if counts.get(work):
-                print("  UpdateLevels of %3d %-20s %12.0f   per circuit %6.0f" %
-                      (n, what, counts[work], counts[work] / n))
+                print("  %-42s %12.0f   per circuit %6.0f" %
+                      (what % n, counts[work], counts[work] / n))
     for kind in ("single", "independent", "linked"):
         work = "split_" + kind
         if counts.get(work):
