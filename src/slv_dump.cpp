@@ -3,6 +3,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -13,6 +14,25 @@
 namespace {
 
 const char kSource[] = "slv_dump";
+
+// A report of many tanks whose driver keeps the levels copies the
+// driver's figures into every tank record it reads. The copies are made in
+// one booking and written together when the report is done: one lock for
+// the report instead of one for each figure of each tank, and nothing
+// written for figures the records hold already. Without such a driver, or
+// when the booking cannot start, the report reads as it would alone.
+class DriverCopies {
+ public:
+  explicit DriverCopies(slave* s) {
+    if (SlvDriverKeepsLevels(s)) booking_.emplace();
+  }
+  void Write() {
+    if (booking_ && booking_->Ok()) booking_->Commit();
+  }
+
+ private:
+  std::optional<SlvBooking> booking_;
+};
 
 const char* OptionWord(const slave* s, int pos, const char* word) {
   return SlvOptionOn(s->m_Options, pos) ? word : "";
@@ -44,6 +64,7 @@ void slave::DumpTanks() try {
   if (m_DispId < 1) return;
   TarvoTrace("\n\nTANKS INFO");
   TarvoTrace("\n Tank  Cnt        Cur        Res        Max    Thres");
+  DriverCopies copies(this);
   for (int tank = 1; tank <= m_NumTanks && m_TankCntId != nullptr; ++tank) {
     const long cnt = m_TankCntId[tank - 1];
     if (cnt == 0) continue;
@@ -52,6 +73,7 @@ void slave::DumpTanks() try {
     TankSoglia(tank, &threshold, nullptr, nullptr);
     TarvoTrace("\n %4d %4ld %10.2lf %10.2lf %10.2lf %8.0lf", tank, cnt, cur, res, max, threshold);
   }
+  copies.Write();
   TarvoTrace("\n");
 } catch (...) {
   SlvNoteFailure(this, kSource, __LINE__, __func__);
@@ -80,6 +102,7 @@ void slave::DumpCntsInTanks() try {
   TarvoTrace("\nCOLORANT DISTRIBUTION INFO");
   TarvoTrace("\n Cnt                               SpecW    Tank     Thres   Sim  Susp        Cur");
   table->SelectIdx(1);
+  DriverCopies copies(this);
   for (int more = table->Top(); more && !table->Eof(); more = table->Next()) {
     long id = 0;
     char descr[25] = "";
@@ -107,6 +130,7 @@ void slave::DumpCntsInTanks() try {
                  YesNo(susp), cur);
     }
   }
+  copies.Write();
   colorants.Close();
 } catch (...) {
   SlvNoteFailure(this, kSource, __LINE__, __func__);

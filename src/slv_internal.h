@@ -15,8 +15,9 @@ constexpr double kSlvEpsilon = 1e-5;
 std::string SlvFormat(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
 
 // An id as "%5ld" prints it (right-aligned in five places, wider when it
-// needs more), put together without printf, which costs a tenfold more;
-// answers its length. out holds kSlvIdTextSize bytes (any long fits).
+// needs more), put together without printf, which costs eight times as
+// much; answers its length. out holds kSlvIdTextSize bytes (any long
+// fits).
 constexpr size_t kSlvIdTextSize = 24;
 int SlvIdText(long id, char* out);
 
@@ -191,6 +192,11 @@ Qdbase* SlvTankRecord(slave* s, int tank, Qdbase** cist);
 void SlvForgetSplitLevels(slave* s, Qdbase* tanks);
 // Positions the cistern table on cistern id (index 1): 1 found, 0 not.
 int SlvSeekCistern(Qdbase* cist, long id);
+// Whether the driver keeps levels of its own (it answers the level query
+// with rows): every tank read then copies the driver's figures into the
+// tank's record first. Within one call of the library the rows are
+// fetched once.
+bool SlvDriverKeepsLevels(slave* s);
 
 // TankQnts, and *cistId (when given) the cistern id named by the record
 // that holds the level (the master's, for a secondary of a linked group),

@@ -148,31 +148,43 @@ void FetchDriverRows(slave* s, SlvDriverRows* rows) {
   rows->known = true;
 }
 
+// The driver's level rows: within one call of the library (SlvCallScope)
+// fetched once and kept for the call, else fetched into *once.
+const SlvDriverRows& DriverRowsOf(slave* s, SlvDriverRows* once) {
+  SlvDriverRows* rows = once;
+  if (s->m_State != nullptr && s->m_State->callDepth > 0) rows = &s->m_State->driverRows;
+  FetchDriverRows(s, rows);
+  return *rows;
+}
+
 // Drivers that keep levels of their own are the reference: their figures
-// are copied into the tank's record before it is read. Within one call of
-// the library the rows are fetched once (SlvCallScope). True when the
+// are copied into the tank's record before it is read. True when the
 // tables were visited (and may be on another record).
 bool RefreshFromDriver(slave* s, int tank) {
   if (s->m_Dsp == nullptr) return false;
   SlvDriverRows once;
-  SlvDriverRows* rows = &once;
-  if (s->m_State != nullptr && s->m_State->callDepth > 0) rows = &s->m_State->driverRows;
-  FetchDriverRows(s, rows);
-  if (rows->cur.empty()) return false;
-  if (rows->field.empty()) {
-    if (tank - 1 >= static_cast<int>(rows->cur.size())) return false;
+  const SlvDriverRows& rows = DriverRowsOf(s, &once);
+  if (rows.cur.empty()) return false;
+  if (rows.field.empty()) {
+    if (tank - 1 >= static_cast<int>(rows.cur.size())) return false;
     const size_t i = static_cast<size_t>(tank - 1);
-    StoreDriverLevels(s, tank, rows->cur[i], rows->max[i], rows->res[i]);
+    StoreDriverLevels(s, tank, rows.cur[i], rows.max[i], rows.res[i]);
     return true;
   }
   const int wanted = s->TankToTankField(tank);
-  for (size_t i = 0; i < rows->field.size(); ++i) {
-    if (rows->field[i] == wanted) StoreDriverLevels(s, tank, rows->cur[i], rows->max[i], rows->res[i]);
+  for (size_t i = 0; i < rows.field.size(); ++i) {
+    if (rows.field[i] == wanted) StoreDriverLevels(s, tank, rows.cur[i], rows.max[i], rows.res[i]);
   }
   return true;
 }
 
 }  // namespace
+
+bool SlvDriverKeepsLevels(slave* s) {
+  if (s->m_Dsp == nullptr) return false;
+  SlvDriverRows once;
+  return !DriverRowsOf(s, &once).cur.empty();
+}
 
 int slave::NumCnts() try {
   if (m_NumTanks < 1 || m_TankCntId == nullptr) return 0;

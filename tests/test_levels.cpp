@@ -338,6 +338,30 @@ TEST_F(OwnDriverCircuits, BookingOverManyCircuitsFollowsTheMachine) {
   EXPECT_EQ(Records(), expected);
 }
 
+// The tank report of a machine that keeps every circuit's level shows the
+// machine's figures, and leaves them in every record when it is done.
+TEST_F(OwnDriverCircuits, TankReportShowsTheMachinesFiguresAndKeepsThem) {
+  slave s(1);
+  for (int c = 1; c <= 12; ++c) Sim(s)->SetCircuitLevel(c, 50.0 * c, 1000.0, 2.0 * c);
+  trace_.clear();
+  s.DumpTanks();
+  std::vector<std::string> rows;
+  std::vector<std::string> expected;
+  for (int c = 1; c <= 12; ++c) {
+    char row[128];
+    snprintf(row, sizeof row, "\n %4d %4d %10.2f %10.2f %10.2f %8.0f", c, 10 * c, 50.0 * c,
+             2.0 * c, 1000.0, 0.0);
+    expected.push_back(row);
+    rows.push_back(Record(c, 50.0 * c, 1000.0, 2.0 * c));
+  }
+  std::vector<std::string> traced;
+  for (const std::string& m : trace_.messages()) {
+    if (m.size() > 2 && m[0] == '\n' && m[1] == ' ' && m[2] != 'T') traced.push_back(m);
+  }
+  EXPECT_EQ(traced, expected) << trace_.text();
+  EXPECT_EQ(Records(), rows);
+}
+
 // --- UpdateLevels (list) ----------------------------------------------------------
 
 TEST_F(Levels, ListTakesQuantitiesAway) {
