@@ -56,8 +56,9 @@ namespace {
 // 0 for a secondary tank of a linked group, -1 when its maximum cannot be
 // had. *cistId gets the cistern id the record names (0: none). onRecord:
 // the tank table when the caller has just put it on the tank's record.
-int ReadTankQnts(slave* s, int tank, double* cur, double* res, double* max, long* cistId,
-                 Qdbase* onRecord = nullptr) {
+// Every level read goes through it: it is asked to be inlined.
+inline int ReadTankQnts(slave* s, int tank, double* cur, double* res, double* max,
+                        long* cistId, Qdbase* onRecord = nullptr) {
   Qdbase* cist = nullptr;
   Qdbase* tanks = onRecord;
   if (tanks != nullptr) {
