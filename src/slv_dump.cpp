@@ -16,11 +16,11 @@ namespace {
 const char kSource[] = "slv_dump";
 
 // A report of many tanks whose driver keeps the levels copies the
-// driver's figures into every tank record it reads. The copies are made in
-// one booking and written together when the report is done: one lock for
-// the report instead of one for each figure of each tank, and nothing
-// written for figures the records hold already. Without such a driver, or
-// when the booking cannot start, the report reads as it would alone.
+// driver's figures into every tank record it reads. The copies join one
+// booking written when the report is done: one lock and at most one sync
+// for the report instead of one for each tank, and nothing written for
+// figures the records hold already. Without such a driver, or when the
+// booking cannot start, each tank's copy is a booking of its own.
 class DriverCopies {
  public:
   explicit DriverCopies(slave* s) {

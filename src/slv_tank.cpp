@@ -110,13 +110,19 @@ bool SplitLevelsOf(slave* s, Qdbase* tanks, double* cur, double* res, double* ma
   return false;
 }
 
-// Writes a level row reported by the driver into the tank's record.
+// Writes a level row reported by the driver into the tank's record, its
+// three figures in one booking (the caller's, when it holds one): they
+// reach the record together, under one lock, and a record never keeps a
+// new level beside an old maximum. When the booking cannot start they are
+// written one by one, as writes outside a booking are.
 void StoreDriverLevels(slave* s, int tank, double cur, double max, double res) {
+  SlvBooking booking;
   Qdbase* tanks = SlvTankRecord(s, tank, nullptr);
   if (tanks == nullptr) return;
   tanks->WriteDouble("CUR_Q", cur);
   tanks->WriteDouble("MAX_Q", max);
   tanks->WriteDouble("RES_Q", res);
+  if (booking.Ok()) booking.Commit();
 }
 
 // The driver's level rows, fetched into *rows unless they are known.

@@ -335,6 +335,54 @@ TEST_F(LevelFaults, SwitchOfLinkedTanksAndItsWrite) {
   SweepAll(both, states);
 }
 
+// A machine that keeps the levels of its circuits: reading a circuit's
+// levels copies the machine's three figures (here 250 of 800, reserve 5,
+// where the record says 500 of 1000, reserve 10) into its tank record.
+class DriverLevelFaults : public LevelFaults {
+ protected:
+  void SetUp() override {
+    DispenseEnv::SetUp();
+    AddDispenser("LIQON");
+    AddTanks({TankOf(1, 101, 500.0, 10.0, 1000.0), TankOf(2, 102, 500.0, 10.0, 1000.0)});
+  }
+
+  static Outcome ReadCircuitOne(slave& s) {
+    Outcome outcome;
+    qtest::Sim(s)->SetCircuitLevel(1, 250.0, 800.0, 5.0);
+    double cur = 0, res = 0, max = 0;
+    outcome.answer = s.TankQnts(1, &cur, &res, &max) == 1 && cur == 250.0 && max == 800.0;
+    return outcome;
+  }
+};
+
+// Whichever read, write, sync or truncation of the tables fails, or
+// writes only half, the record holds all of the machine's figures or
+// none of them: never a new level beside an old maximum.
+TEST_F(DriverLevelFaults, MachineFiguresReachTheRecordTogetherOrNotAtAll) {
+  const std::vector<std::string> states = States(ReadCircuitOne);
+  ASSERT_NE(states[0], states[1]);
+  for (const bool shortWrite : {false, true}) {
+    TempDir* counting = Fresh();
+    faults::Plan plan;
+    plan.match = counting->path() + "/";
+    Run(counting->path(), ReadCircuitOne, &plan);
+    const long calls = faults::Count();
+    ASSERT_GT(calls, 0);
+    for (long n = 1; n <= calls; ++n) {
+      TempDir* dir = Fresh();
+      plan.match = dir->path() + "/";
+      plan.failAt = n;
+      plan.shortWrite = shortWrite;
+      TraceCapture trace;
+      Run(dir->path(), ReadCircuitOne, &plan);
+      const std::string found = Snapshot(dir->path());
+      EXPECT_TRUE(found == states[0] || found == states[1])
+          << "call " << n << " of " << calls << " failing" << (shortWrite ? " half" : "")
+          << ": " << Difference(states[1], found) << "\n" << trace.text();
+    }
+  }
+}
+
 }  // namespace
 
 namespace {
