@@ -360,6 +360,26 @@ void BM_DriverLevelsDumpTanks(benchmark::State& state) {
 }
 BENCHMARK(BM_DriverLevelsDumpTanks)->ArgName("circuits")->Arg(1016)->Arg(1128)->Arg(1999);
 
+void BM_DriverLevelsPurge(benchmark::State& state) {
+  slave& s = DriverLevels(state.range(0));
+  SimulatedDispenser* sim = SimulatedDispenser::From(s.m_Dsp);
+  const int n = qbench::CircuitsOf(state.range(0));
+  long i = 0;
+  for (auto _ : state) {
+    state.PauseTiming();
+    // The machine was refilled: every circuit's figures differ from the record.
+    const double level = qbench::kFullLevel - (i % 2 == 0 ? 1.0 : 2.0);
+    for (int c = 1; c <= n; ++c) sim->SetCircuitLevel(c, level, qbench::kFullLevel, 100.0);
+    state.ResumeTiming();
+    if (s.Purge(0.001, nullptr, false, false) != 1) {
+      state.SkipWithError("purge failed");
+      break;
+    }
+    Tidy(state, s.m_Dsp, ++i);
+  }
+}
+BENCHMARK(BM_DriverLevelsPurge)->ArgName("circuits")->Arg(1016)->Arg(1128)->Arg(1999);
+
 // --- The split ----------------------------------------------------------------
 
 // The split dispenser's colourants of one kind: 0 single tanks, 1

@@ -3,7 +3,6 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -14,25 +13,6 @@
 namespace {
 
 const char kSource[] = "slv_dump";
-
-// A report of many tanks whose driver keeps the levels copies the
-// driver's figures into every tank record it reads. The copies join one
-// booking written when the report is done: one lock and at most one sync
-// for the report instead of one for each tank, and nothing written for
-// figures the records hold already. Without such a driver, or when the
-// booking cannot start, each tank's copy is a booking of its own.
-class DriverCopies {
- public:
-  explicit DriverCopies(slave* s) {
-    if (SlvDriverKeepsLevels(s)) booking_.emplace();
-  }
-  void Write() {
-    if (booking_ && booking_->Ok()) booking_->Commit();
-  }
-
- private:
-  std::optional<SlvBooking> booking_;
-};
 
 const char* OptionWord(const slave* s, int pos, const char* word) {
   return SlvOptionOn(s->m_Options, pos) ? word : "";
@@ -64,7 +44,7 @@ void slave::DumpTanks() try {
   if (m_DispId < 1) return;
   TarvoTrace("\n\nTANKS INFO");
   TarvoTrace("\n Tank  Cnt        Cur        Res        Max    Thres");
-  DriverCopies copies(this);
+  SlvDriverCopies copies(this);
   for (int tank = 1; tank <= m_NumTanks && m_TankCntId != nullptr; ++tank) {
     const long cnt = m_TankCntId[tank - 1];
     if (cnt == 0) continue;
@@ -102,7 +82,7 @@ void slave::DumpCntsInTanks() try {
   TarvoTrace("\nCOLORANT DISTRIBUTION INFO");
   TarvoTrace("\n Cnt                               SpecW    Tank     Thres   Sim  Susp        Cur");
   table->SelectIdx(1);
-  DriverCopies copies(this);
+  SlvDriverCopies copies(this);
   for (int more = table->Top(); more && !table->Eof(); more = table->Next()) {
     long id = 0;
     char descr[25] = "";

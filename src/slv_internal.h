@@ -2,6 +2,7 @@
 #ifndef QSLAVE_SLV_INTERNAL_H
 #define QSLAVE_SLV_INTERNAL_H
 
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -235,6 +236,29 @@ bool SlvReadNumber(Qdbase* table, const char* field, long* value);
 // The same by field number (0: the table has no such field).
 bool SlvReadNumber(Qdbase* table, int field, double* value);
 bool SlvReadNumber(Qdbase* table, int field, long* value);
+
+// A call that reads the levels of many tanks, on a dispenser whose driver
+// keeps them, copies the driver's figures into every tank record it reads.
+// While this lives, those copies join one booking, written by Write: one
+// lock and at most one sync for the call instead of one for each tank, and
+// nothing written for figures the records hold already. Write it before
+// the call goes on to book levels of its own or to send anything; when it
+// is not written (the call failed) the copies are left for the next read.
+// Without such a driver, or when the booking cannot start, each tank's copy
+// is a booking of its own, as outside such a call.
+class SlvDriverCopies {
+ public:
+  explicit SlvDriverCopies(slave* s) {
+    if (SlvDriverKeepsLevels(s)) booking_.emplace();
+  }
+  void Write() {
+    if (booking_ && booking_->Ok()) booking_->Commit();
+    booking_.reset();
+  }
+
+ private:
+  std::optional<SlvBooking> booking_;
+};
 
 // The numbers of the quantity fields of the tank or cistern table (0: the
 // table has no such field), looked up by name once for each layout the

@@ -175,6 +175,7 @@ int slave::UpdateLevels(char* formula, double f1, double f2, int mode, int add) 
 }
 
 int slave::UpdateLevelsByFormula(char* text) try {
+  SlvCallScope call(this);
   if (text == nullptr || text[0] == '\0') return 0;
   std::string copy = text;
   for (char& c : copy) {
@@ -188,6 +189,7 @@ int slave::UpdateLevelsByFormula(char* text) try {
   circuits.reserve(n);
   quantities.reserve(n);
   char* save = nullptr;
+  SlvDriverCopies copies(this);
   for (char* token = strtok_r(&copy[0], " :\n", &save); token != nullptr;
        token = strtok_r(nullptr, " :\n", &save)) {
     const int circuit = static_cast<int>(strtol(token, nullptr, 10));
@@ -203,6 +205,7 @@ int slave::UpdateLevelsByFormula(char* text) try {
     quantities.push_back(quantity);
   }
   if (circuits.size() != n) return 0;
+  copies.Write();
   return UpdateLevels(static_cast<int>(n), circuits.data(), quantities.data(), 1.0, 0);
 } catch (...) {
   return SlvFailed(this, kSource, __LINE__, __func__, 0);
@@ -320,9 +323,12 @@ int slave::GetCircuitsUnderCriticalLevel(char* formula, double size, double base
   SlvCallScope call(this);
   circuits.clear();
   colourants.clear();
+  SlvDriverCopies copies(this);
   const PreparedFormula prepared = PrepareFormula(this, formula, size, baseSize, mode);
-  return ListColourants(this, prepared, circuits, colourants,
-                        [](int verdict) { return verdict <= 0; });
+  const int any = ListColourants(this, prepared, circuits, colourants,
+                                 [](int verdict) { return verdict <= 0; });
+  copies.Write();
+  return any;
 } catch (...) {
   return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
@@ -331,6 +337,7 @@ int slave::GetCircuitsUnderWarningLevel(char* formula, double size, double baseS
                                         Zu_IntArray& circuits, Zu_IntArray& colourants) try {
   SlvCallScope call(this);
   const double factor = baseSize > 0.0 ? size / baseSize : 1.0;
+  SlvDriverCopies copies(this);
   Zu_LongArray ids;
   Zu_IntArray tanks;
   Zu_DoubleArray qnts;
@@ -344,14 +351,17 @@ int slave::GetCircuitsUnderWarningLevel(char* formula, double size, double baseS
       SlvAppend(&circuits, tank);
       SlvAppend(&colourants, known ? static_cast<int>(m_TankCntId[tank - 1]) : 0);
     }
+    copies.Write();
     return 1;
   }
   // The formula cannot be split: list the colourants only just served.
   circuits.clear();
   colourants.clear();
   const PreparedFormula prepared = PrepareFormula(this, formula, size, baseSize, mode);
-  return ListColourants(this, prepared, circuits, colourants,
-                        [](int verdict) { return verdict == 1; });
+  const int any = ListColourants(this, prepared, circuits, colourants,
+                                 [](int verdict) { return verdict == 1; });
+  copies.Write();
+  return any;
 } catch (...) {
   return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }

@@ -131,9 +131,11 @@ int slave::Purge(double quantity, Zu_Frm* record, bool send, bool oneByOne) try 
   if (m_DispId < 1 || m_NumTanks < 1) return 0;
 
   std::vector<int> circuits;
+  SlvDriverCopies copies(this);
   for (int c = 1; c <= m_NumTanks; ++c) {
     if (HoldsColourant(this, c)) circuits.push_back(c);
   }
+  copies.Write();
   if (circuits.empty()) {
     m_LastError = SLV_ERR_NO_TANK;
     return 0;
@@ -159,11 +161,13 @@ int slave::SelectivePurge(long* colourants, double quantity) try {
 
   // A colourant named twice selects its circuits twice.
   std::vector<int> selection;
+  SlvDriverCopies copies(this);
   for (int c = 1; c <= m_NumTanks; ++c) {
     for (long* id = colourants; *id != 0; ++id) {
       if (*id == ColourantOf(this, c) && HoldsColourant(this, c)) selection.push_back(c);
     }
   }
+  copies.Write();
   if (selection.empty()) return 0;
 
   const int r = m_Dsp->PurgeCircuits(static_cast<int>(selection.size()), selection.data(), quantity);

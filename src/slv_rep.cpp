@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "host/qdsp32.h"
@@ -71,35 +72,41 @@ int slave::FormulaRequest(char* reply, char* out, int outSize, int mode) try {
   std::vector<double> requested(circuits.size(), 0.0), dispensed(circuits.size(), 0.0);
   ParseDispensedRequest(reply, circuits.data(), requested.data(), dispensed.data());
 
-  std::vector<long> distinct;
-  for (int circuit : circuits) {
-    const long cnt = ColourantOf(this, circuit);
-    if (std::find(distinct.begin(), distinct.end(), cnt) == distinct.end()) distinct.push_back(cnt);
+  // The sums of each colourant, in the order the colourants first appear,
+  // gathered in one pass over the groups.
+  struct Sums {
+    long cnt;
+    double total, dispensed, remaining;
+  };
+  std::vector<Sums> sums;
+  std::unordered_map<long, size_t> indexOf;
+  for (int i = 0; i < n; ++i) {
+    const long cnt = ColourantOf(this, circuits[i]);
+    const auto found = indexOf.emplace(cnt, sums.size());
+    if (found.second) sums.push_back(Sums{cnt, 0.0, 0.0, 0.0});
+    Sums& sum = sums[found.first->second];
+    const double r = requested[i];
+    const double d = dispensed[i];
+    if (r >= d) {
+      sum.total += r;
+      sum.dispensed += d;
+      sum.remaining += r - d;
+    } else if (d - r < kOverDispenseTolerance) {
+      sum.total += r;
+      sum.dispensed += r;
+    }  // over-dispensed beyond the tolerance: left out of every sum
   }
-  for (long cnt : distinct) {
-    double total = 0.0, dispensedSum = 0.0, remaining = 0.0;
-    for (int i = 0; i < n; ++i) {
-      if (ColourantOf(this, circuits[i]) != cnt) continue;
-      const double r = requested[i];
-      const double d = dispensed[i];
-      if (r >= d) {
-        total += r;
-        dispensedSum += d;
-        remaining += r - d;
-      } else if (d - r < kOverDispenseTolerance) {
-        total += r;
-        dispensedSum += r;
-      }  // over-dispensed beyond the tolerance: left out of every sum
-    }
+  size_t used = strlen(out);
+  for (const Sums& sum : sums) {
     std::string piece;
-    if (mode == kRemaining) piece = SlvFormat("%ld,%lf,", cnt, remaining);
-    if (mode == kDispensed) piece = SlvFormat("%ld,%lf,", cnt, dispensedSum);
-    if (mode == kTotalOriginal) piece = SlvFormat("%ld,%lf,", cnt, total);
+    if (mode == kRemaining) piece = SlvFormat("%ld,%lf,", sum.cnt, sum.remaining);
+    if (mode == kDispensed) piece = SlvFormat("%ld,%lf,", sum.cnt, sum.dispensed);
+    if (mode == kTotalOriginal) piece = SlvFormat("%ld,%lf,", sum.cnt, sum.total);
     // The caller's buffer holds outSize + 1 bytes; a piece that does not
     // fit is dropped whole and later ones are still tried.
-    const size_t used = strlen(out);
     if (static_cast<size_t>(outSize) > used + piece.size()) {
       memcpy(out + used, piece.c_str(), piece.size() + 1);
+      used += piece.size();
       out[outSize] = '\0';
     }
   }

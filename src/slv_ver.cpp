@@ -68,6 +68,7 @@ int slave::CheckLevel(char* frm, double a, double b, int c, Zu_IntArray* low) tr
   }
   Zu_IntArray tanks;
   Zu_DoubleArray qnts;
+  SlvDriverCopies copies(this);
   const int rows = SplitFrmToTanks(frm, nullptr, &tanks, &qnts, a, b, c, 0, nullptr);
   if (rows < 1) return 0;
   int verdict = 2;
@@ -76,6 +77,7 @@ int slave::CheckLevel(char* frm, double a, double b, int c, Zu_IntArray* low) tr
     if (own < verdict) verdict = own;
     if (low != nullptr && own <= 1) SlvAppend(low, tanks[i]);
   }
+  copies.Write();
   return verdict;
 } catch (...) {
   return SlvFailed(this, kSource, __LINE__, __func__, 0);

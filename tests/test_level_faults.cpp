@@ -383,6 +383,130 @@ TEST_F(DriverLevelFaults, MachineFiguresReachTheRecordTogetherOrNotAtAll) {
   }
 }
 
+// A machine whose driver reports the levels of its twelve tanks, every one
+// of them other than its record says (the machine was refilled): 50 c of
+// 1000, reserve 2 c, where record c says 100 c of 2000, reserve c. Whatever
+// reads the levels of many circuits in one call copies the machine's
+// figures into all their records in one booking: one journal sync for the
+// copies, not one per circuit.
+class MachineRefilled : public LevelFaults {
+ protected:
+  void SetUp() override {
+    DispenseEnv::SetUp();
+    AddDispenser();
+    std::vector<qtest::TankRow> rows;
+    for (int c = 1; c <= 12; ++c) rows.push_back(TankOf(c, 10 * c, 100.0 * c, c, 2000.0));
+    AddTanks(rows);
+  }
+
+  static void Refill(slave& s) {
+    for (int c = 1; c <= 12; ++c) qtest::Sim(s)->SetCircuitLevel(c, 50.0 * c, 1000.0, 2.0 * c);
+  }
+
+  // The syncs op makes on the tables and the journal, the machine refilled
+  // just before it; *records: the tank table as the table class reads it
+  // afterwards.
+  long SyncsOf(const Operation& op, std::string* records = nullptr) {
+    TempDir* dir = Fresh();
+    faults::Plan plan;
+    plan.match = dir->path() + "/";
+    plan.ops = faults::kSync;
+    const Outcome outcome = Run(dir->path(), [&op](slave& s) {
+      Refill(s);
+      return op(s);
+    }, &plan);
+    EXPECT_EQ(outcome.answer, 1) << "the operation works";
+    const long syncs = faults::Count();
+    if (records != nullptr) *records = Snapshot(dir->path());
+    return syncs;
+  }
+
+  // The syncs of reading circuits 1..n one by one, each its own call.
+  long SyncsOfReading(int n) {
+    return SyncsOf([n](slave& s) {
+      Outcome outcome;
+      outcome.answer = 1;
+      for (int c = 1; c <= n; ++c) {
+        double cur = 0;
+        if (s.TankQnts(c, &cur, nullptr, nullptr) != 1) outcome.answer = 0;
+      }
+      return outcome;
+    });
+  }
+
+  // Every record with the machine's figures, less taken[c - 1] for circuit c.
+  static std::string Refilled(const std::vector<double>& taken = {}) {
+    std::string out;
+    char line[128];
+    for (int c = 1; c <= 12; ++c) {
+      const double less = static_cast<size_t>(c) <= taken.size() ? taken[c - 1] : 0.0;
+      snprintf(line, sizeof line, "T%d %.3f %.3f 0;", c, 50.0 * c - less, 1000.0);
+      out += line;
+    }
+    return out;
+  }
+};
+
+TEST_F(MachineRefilled, ReadingEveryCircuitCopiesTheFiguresInOneBooking) {
+  // The first booking in the directory also makes the journal; each
+  // further one syncs it the same number of times.
+  const long first = SyncsOfReading(1);
+  const long each = SyncsOfReading(2) - first;
+  ASSERT_GT(each, 0);
+  char formula[] = "(10:1.000)(20:1.000)(30:1.000)(40:1.000)(50:1.000)(60:1.000)"
+                   "(70:1.000)(80:1.000)(90:1.000)(100:1.000)(110:1.000)(120:1.000)";
+  struct Case {
+    const char* name;
+    Operation op;
+    long bookings;  // the operation's own, besides the copies
+    std::string records;
+  };
+  const std::vector<double> purged(12, 0.5);
+  const std::vector<Case> cases = {
+      {"purge", [](slave& s) {
+         Outcome o;
+         o.answer = s.Purge(0.5, nullptr, false, false);
+         return o;
+       }, 1, Refilled(purged)},
+      {"selective purge", [](slave& s) {
+         long colourants[] = {10, 20, 30, 40, 50, 60, 70, 80, 90, 100, 110, 120, 0};
+         Outcome o;
+         o.answer = s.SelectivePurge(colourants, 0.5);
+         return o;
+       }, 2, Refilled(purged)},  // dispensed in groups of 8
+      {"levels by formula", [](slave& s) {
+         char text[] = "(1:0.5)(2:0.5)(3:0.5)(4:0.5)(5:0.5)(6:0.5)(7:0.5)(8:0.5)(9:0.5)"
+                       "(10:0.5)(11:0.5)(12:0.5)";
+         Outcome o;
+         o.answer = s.UpdateLevelsByFormula(text);
+         return o;
+       }, 1, Refilled(purged)},
+      {"level check", [&formula](slave& s) {
+         Outcome o;
+         o.answer = s.CheckLevel(formula, 1.0, 1.0, 0, nullptr) == 2 ? 1 : 0;
+         return o;
+       }, 0, Refilled()},
+      {"warning level", [&formula](slave& s) {
+         Zu_IntArray circuits, colourants;
+         Outcome o;
+         o.answer = s.GetCircuitsUnderWarningLevel(formula, 1.0, 1.0, 0, circuits, colourants);
+         return o;
+       }, 0, Refilled()},
+      {"tank report", [](slave& s) {
+         s.DumpTanks();
+         Outcome o;
+         o.answer = 1;
+         return o;
+       }, 0, Refilled()},
+  };
+  for (const Case& c : cases) {
+    std::string records;
+    const long syncs = SyncsOf(c.op, &records);
+    EXPECT_EQ(syncs, first + c.bookings * each) << c.name << ": a booking syncs " << each;
+    EXPECT_EQ(records, c.records) << c.name;
+  }
+}
+
 }  // namespace
 
 namespace {
