@@ -278,9 +278,17 @@ class QdbBooking {
  public:
   // Null and closed tables are skipped.
   explicit QdbBooking(Qdbase* a, Qdbase* b = nullptr, Qdbase* c = nullptr);
+  // The same, waiting at most waitMs (0: not at all; below 0 counts as 0)
+  // instead of Qdbase::LockWait() for another process's booking: for
+  // writes that may as well be made later, when the tables are free.
+  QdbBooking(int waitMs, Qdbase* a, Qdbase* b = nullptr, Qdbase* c = nullptr);
   ~QdbBooking();
   QdbBooking(const QdbBooking&) = delete;
   QdbBooking& operator=(const QdbBooking&) = delete;
+
+  // 1 while a booking is in progress in this process (one started now
+  // joins it, and needs no lock of its own).
+  static int InProgress();
 
   // 1 when the booking started (or joined one); 0 when the lock could not
   // be had, an unfinished booking could not be completed, or the tables

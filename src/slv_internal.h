@@ -90,6 +90,9 @@ struct SlvDriverRows {
   bool known = false;
   std::vector<long> field;
   std::vector<double> cur, max, res;
+  // Another process held the tables when a copy of these rows into the
+  // tank records was tried: no later tank tries again while they are kept.
+  bool copiesRefused = false;
 };
 
 // What a slave derives from the tables besides its documented members.
@@ -220,6 +223,12 @@ class SlvBooking {
   SlvBooking()
       : booking_(SlvDispTable(), SlvTankTable(), SlvCisternTable()),
         failuresAtStart_(SlvFailureCount()) {}
+  // One that starts only if the tables are free now: it does not wait for
+  // another process's booking. For writes that can as well be made later.
+  struct NoWait {};
+  explicit SlvBooking(NoWait)
+      : booking_(0, SlvDispTable(), SlvTankTable(), SlvCisternTable()),
+        failuresAtStart_(SlvFailureCount()) {}
   bool Ok() const { return booking_.Ok() != 0; }
   bool Commit() { return SlvFailureCount() == failuresAtStart_ && booking_.Commit() != 0; }
 
@@ -244,13 +253,13 @@ bool SlvReadNumber(Qdbase* table, int field, long* value);
 // nothing written for figures the records hold already. Write it before
 // the call goes on to book levels of its own or to send anything; when it
 // is not written (the call failed) the copies are left for the next read.
-// Without such a driver, or when the booking cannot start, each tank's copy
-// is a booking of its own, as outside such a call.
+// Like every copy, it does not wait for another process's booking: when
+// the tables are busy, no tank of the call is copied (each is answered
+// with the machine's figures all the same). Without such a driver each
+// tank's copy is a booking of its own, as outside such a call.
 class SlvDriverCopies {
  public:
-  explicit SlvDriverCopies(slave* s) {
-    if (SlvDriverKeepsLevels(s)) booking_.emplace();
-  }
+  explicit SlvDriverCopies(slave* s);
   void Write() {
     if (booking_ && booking_->Ok()) booking_->Commit();
     booking_.reset();

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <unordered_set>
 #include <vector>
 
 #include "host/qdsp32.h"
@@ -52,13 +53,22 @@ int SlvSeekCistern(Qdbase* cist, long id) {
 
 namespace {
 
+// A driver's level row for one tank: the figures its record takes.
+struct MachineFigures {
+  double cur = 0.0, max = 0.0, res = 0.0;
+};
+
 // Reads the quantities of one tank's own record: 1 with the outputs filled,
 // 0 for a secondary tank of a linked group, -1 when its maximum cannot be
 // had. *cistId gets the cistern id the record names (0: none). onRecord:
 // the tank table when the caller has just put it on the tank's record.
+// machine: the driver's figures for the tank when they could not be copied
+// into its record; they are read in place of its CUR_Q, MAX_Q and RES_Q,
+// so the answer is what it would be had the copy been made.
 // Every level read goes through it: it is asked to be inlined.
 inline int ReadTankQnts(slave* s, int tank, double* cur, double* res, double* max,
-                        long* cistId, Qdbase* onRecord = nullptr) {
+                        long* cistId, Qdbase* onRecord = nullptr,
+                        const MachineFigures* machine = nullptr) {
   Qdbase* cist = nullptr;
   Qdbase* tanks = onRecord;
   if (tanks != nullptr) {
@@ -70,7 +80,11 @@ inline int ReadTankQnts(slave* s, int tank, double* cur, double* res, double* ma
   // A quantity that cannot be read is no quantity: it is never taken as 0.
   const SlvLevelFields fields = SlvLevelFieldsOf(tanks);
   double maxQ = 0.0;
-  if (!tanks->ReadFieldDouble(fields.maxQ, &maxQ)) return -1;
+  if (machine != nullptr) {
+    maxQ = machine->max;
+  } else if (!tanks->ReadFieldDouble(fields.maxQ, &maxQ)) {
+    return -1;
+  }
   if (!(maxQ > -1.0)) return 0;
 
   long id = 0;
@@ -81,8 +95,11 @@ inline int ReadTankQnts(slave* s, int tank, double* cur, double* res, double* ma
   }
   if (maxQ == -1.0) return -1;
   double curQ = 0.0, resQ = 0.0;
-  if (!tanks->ReadFieldDouble(fields.curQ, &curQ) ||
-      !tanks->ReadFieldDouble(fields.resQ, &resQ)) {
+  if (machine != nullptr) {
+    curQ = machine->cur;
+    resQ = machine->res;
+  } else if (!tanks->ReadFieldDouble(fields.curQ, &curQ) ||
+             !tanks->ReadFieldDouble(fields.resQ, &resQ)) {
     return -1;
   }
   if (cur != nullptr) *cur = curQ;
@@ -110,19 +127,28 @@ bool SplitLevelsOf(slave* s, Qdbase* tanks, double* cur, double* res, double* ma
   return false;
 }
 
-// Writes a level row reported by the driver into the tank's record, its
+// Copies a level row reported by the driver into the tank's record, its
 // three figures in one booking (the caller's, when it holds one): they
 // reach the record together, under one lock, and a record never keeps a
-// new level beside an old maximum. When the booking cannot start they are
-// written one by one, as writes outside a booking are.
-void StoreDriverLevels(slave* s, int tank, double cur, double max, double res) {
-  SlvBooking booking;
+// new level beside an old maximum. A copy does not wait for another
+// process's booking: the machine keeps the figures, so one that cannot be
+// made now is made by a later read. False when it was not made; when the
+// tables were busy, rows->copiesRefused says so and no later tank of the
+// call tries, unless it is read within a booking of the call (which holds
+// the tables: its copy is made there).
+bool StoreDriverLevels(slave* s, int tank, const MachineFigures& row, SlvDriverRows* rows) {
+  if (rows->copiesRefused && !QdbBooking::InProgress()) return false;
+  SlvBooking booking{SlvBooking::NoWait()};
+  if (!booking.Ok()) {
+    rows->copiesRefused = true;
+    return false;
+  }
   Qdbase* tanks = SlvTankRecord(s, tank, nullptr);
-  if (tanks == nullptr) return;
-  tanks->WriteDouble("CUR_Q", cur);
-  tanks->WriteDouble("MAX_Q", max);
-  tanks->WriteDouble("RES_Q", res);
-  if (booking.Ok()) booking.Commit();
+  if (tanks == nullptr) return false;
+  const bool written = tanks->WriteDouble("CUR_Q", row.cur) &&
+                       tanks->WriteDouble("MAX_Q", row.max) &&
+                       tanks->WriteDouble("RES_Q", row.res);
+  return written && booking.Commit();
 }
 
 // The driver's level rows, fetched into *rows unless they are known.
@@ -132,6 +158,7 @@ void FetchDriverRows(slave* s, SlvDriverRows* rows) {
   rows->cur.clear();
   rows->max.clear();
   rows->res.clear();
+  rows->copiesRefused = false;
   if (s->m_Dsp->GetType(0, 0) == 7) {
     long count = 0;
     s->m_Dsp->GetCircuitLevelsCount(0, 0, 0, &count);
@@ -157,32 +184,47 @@ void FetchDriverRows(slave* s, SlvDriverRows* rows) {
 
 // The driver's level rows: within one call of the library (SlvCallScope)
 // fetched once and kept for the call, else fetched into *once.
-const SlvDriverRows& DriverRowsOf(slave* s, SlvDriverRows* once) {
+SlvDriverRows& DriverRowsOf(slave* s, SlvDriverRows* once) {
   SlvDriverRows* rows = once;
   if (s->m_State != nullptr && s->m_State->callDepth > 0) rows = &s->m_State->driverRows;
   FetchDriverRows(s, rows);
   return *rows;
 }
 
+// What reading a tank's levels found of its driver's.
+struct DriverVisit {
+  bool visited = false;   // the tables were visited (and may be on another record)
+  bool uncopied = false;  // the machine's figures below are not in the record
+  MachineFigures machine;
+};
+
 // Drivers that keep levels of their own are the reference: their figures
-// are copied into the tank's record before it is read. True when the
-// tables were visited (and may be on another record).
-bool RefreshFromDriver(slave* s, int tank) {
-  if (s->m_Dsp == nullptr) return false;
+// are copied into the tank's record before it is read. A copy that cannot
+// be made leaves the record as it was, and the figures are handed back to
+// be answered in its place: the machine holds them, whatever the record
+// says.
+DriverVisit RefreshFromDriver(slave* s, int tank) {
+  DriverVisit visit;
+  if (s->m_Dsp == nullptr) return visit;
   SlvDriverRows once;
-  const SlvDriverRows& rows = DriverRowsOf(s, &once);
-  if (rows.cur.empty()) return false;
+  SlvDriverRows& rows = DriverRowsOf(s, &once);
+  if (rows.cur.empty()) return visit;
   if (rows.field.empty()) {
-    if (tank - 1 >= static_cast<int>(rows.cur.size())) return false;
+    if (tank - 1 >= static_cast<int>(rows.cur.size())) return visit;
     const size_t i = static_cast<size_t>(tank - 1);
-    StoreDriverLevels(s, tank, rows.cur[i], rows.max[i], rows.res[i]);
-    return true;
+    visit.visited = true;
+    visit.machine = MachineFigures{rows.cur[i], rows.max[i], rows.res[i]};
+    visit.uncopied = !StoreDriverLevels(s, tank, visit.machine, &rows);
+    return visit;
   }
+  visit.visited = true;
   const int wanted = s->TankToTankField(tank);
   for (size_t i = 0; i < rows.field.size(); ++i) {
-    if (rows.field[i] == wanted) StoreDriverLevels(s, tank, rows.cur[i], rows.max[i], rows.res[i]);
+    if (rows.field[i] != wanted) continue;
+    visit.machine = MachineFigures{rows.cur[i], rows.max[i], rows.res[i]};
+    visit.uncopied = !StoreDriverLevels(s, tank, visit.machine, &rows);
   }
-  return true;
+  return visit;
 }
 
 }  // namespace
@@ -193,12 +235,20 @@ bool SlvDriverKeepsLevels(slave* s) {
   return !DriverRowsOf(s, &once).cur.empty();
 }
 
+SlvDriverCopies::SlvDriverCopies(slave* s) {
+  if (!SlvDriverKeepsLevels(s)) return;
+  booking_.emplace(SlvBooking::NoWait());
+  if (booking_->Ok()) return;
+  booking_.reset();
+  SlvDriverRows once;
+  DriverRowsOf(s, &once).copiesRefused = true;
+}
+
 int slave::NumCnts() try {
   if (m_NumTanks < 1 || m_TankCntId == nullptr) return 0;
-  std::vector<long> seen;
+  std::unordered_set<long> seen;
   for (int i = 0; i < m_NumTanks; ++i) {
-    const long cnt = m_TankCntId[i];
-    if (cnt > 0 && std::find(seen.begin(), seen.end(), cnt) == seen.end()) seen.push_back(cnt);
+    if (m_TankCntId[i] > 0) seen.insert(m_TankCntId[i]);
   }
   return static_cast<int>(seen.size());
 } catch (...) {
@@ -207,11 +257,15 @@ int slave::NumCnts() try {
 
 void slave::CntsList(long* out) try {
   if (out == nullptr || m_TankCntId == nullptr) return;
-  int used = 0;
+  // Each colourant once, in the order of its first tank; what is written
+  // is gathered first, so a failure for want of memory writes nothing.
+  std::unordered_set<long> seen;
+  std::vector<long> list;
   for (int i = 0; i < m_NumTanks; ++i) {
     const long cnt = m_TankCntId[i];
-    if (cnt > 0 && std::find(out, out + used, cnt) == out + used) out[used++] = cnt;
+    if (cnt > 0 && seen.insert(cnt).second) list.push_back(cnt);
   }
+  std::copy(list.begin(), list.end(), out);
 } catch (...) {
   SlvNoteFailure(this, kSource, __LINE__, __func__);
 }
@@ -427,12 +481,13 @@ int SlvTankLevels(slave* s, int tank, double* cur, double* res, double* max, lon
   Qdbase* tanks = SlvTankRecord(s, tank, nullptr);
   if (tanks == nullptr) return 0;
 
-  const bool visited = RefreshFromDriver(s, tank);
+  const DriverVisit driver = RefreshFromDriver(s, tank);
   // What the split of this dispense read of the record, untouched since
   // (a driver's levels, copied in, are read instead): the same quantities,
   // not read again (no cistern: *cistId stays 0).
-  if (!visited && SplitLevelsOf(s, tanks, cur, res, max)) return 1;
-  const int own = ReadTankQnts(s, tank, cur, res, max, cistId, visited ? nullptr : tanks);
+  if (!driver.visited && SplitLevelsOf(s, tanks, cur, res, max)) return 1;
+  const int own = ReadTankQnts(s, tank, cur, res, max, cistId, driver.visited ? nullptr : tanks,
+                               driver.uncopied ? &driver.machine : nullptr);
   if (own == 1) return 1;
   if (own == -1) return 0;
 

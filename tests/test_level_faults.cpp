@@ -507,6 +507,31 @@ TEST_F(MachineRefilled, ReadingEveryCircuitCopiesTheFiguresInOneBooking) {
   }
 }
 
+// Whichever write, sync or truncation fails (or writes only half), the
+// level read answers the machine's figures: a record that could not take
+// them does not make the library report what the machine no longer holds.
+TEST_F(DriverLevelFaults, AFailedCopyStillAnswersTheMachinesFigures) {
+  for (const bool shortWrite : {false, true}) {
+    TempDir* counting = Fresh();
+    faults::Plan plan;
+    plan.match = counting->path() + "/";
+    plan.ops = faults::kWrite | faults::kSync | faults::kTruncate;
+    Run(counting->path(), ReadCircuitOne, &plan);
+    const long calls = faults::Count();
+    ASSERT_GT(calls, 0);
+    for (long n = 1; n <= calls; ++n) {
+      TempDir* dir = Fresh();
+      plan.match = dir->path() + "/";
+      plan.failAt = n;
+      plan.shortWrite = shortWrite;
+      TraceCapture trace;
+      EXPECT_EQ(1, Run(dir->path(), ReadCircuitOne, &plan).answer)
+          << "call " << n << " of " << calls << " failing" << (shortWrite ? " half" : "") << "\n"
+          << trace.text();
+    }
+  }
+}
+
 }  // namespace
 
 namespace {

@@ -6,6 +6,8 @@
 // python3-dbfread.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <limits>
 #include <map>
@@ -360,6 +362,77 @@ TEST_F(OwnDriverCircuits, TankReportShowsTheMachinesFiguresAndKeepsThem) {
   }
   EXPECT_EQ(traced, expected) << trace_.text();
   EXPECT_EQ(Records(), rows);
+}
+
+// Another process holds the tables' lock (a booking that does not end).
+// Copying the machine's figures into the records can wait: the report does
+// not wait for the lock (once it found the tables busy, no tank tries
+// again) and shows the machine's figures, which are what the machine holds
+// whether or not its records could take them; so does a circuit read on
+// its own. Once the lock is free, the next read copies them.
+TEST_F(OwnDriverCircuits, TablesHeldByAnotherProcessDoNotDelayOrFalsifyTheLevels) {
+  slave s(1);
+  for (int c = 1; c <= 12; ++c) Sim(s)->SetCircuitLevel(c, 50.0 * c, 1000.0, 2.0 * c);
+  int ready[2], release[2];
+  ASSERT_EQ(0, pipe(ready));
+  ASSERT_EQ(0, pipe(release));
+  const pid_t pid = fork();
+  if (pid == 0) {
+    Qdbase tanks;
+    tanks.SetFiles(dir_.path().c_str(), "tanks", 0, nullptr, nullptr);
+    tanks.Open();
+    QdbBooking booking(&tanks);
+    char c = booking.Ok() ? 'y' : 'n';
+    if (write(ready[1], &c, 1) != 1) _exit(2);
+    if (read(release[0], &c, 1) != 1) _exit(2);
+    _exit(0);
+  }
+  char c = 0;
+  ASSERT_EQ(1, read(ready[0], &c, 1));
+  ASSERT_EQ('y', c);
+  trace_.clear();
+  s.DumpTanks();
+  const std::string text = trace_.text();
+  std::vector<std::string> traced;
+  for (const std::string& m : trace_.messages()) {
+    if (m.size() > 2 && m[0] == '\n' && m[1] == ' ' && m[2] != 'T') traced.push_back(m);
+  }
+  // A circuit read on its own is answered from the machine too.
+  trace_.clear();
+  double cur = 0, res = 0, max = 0;
+  EXPECT_EQ(1, s.TankQnts(2, &cur, &res, &max));
+  EXPECT_EQ(cur, 100.0);
+  EXPECT_EQ(res, 4.0);
+  EXPECT_EQ(max, 1000.0);
+  EXPECT_NE(std::string::npos, trace_.text().find("held by another process (waited 0 ms"))
+      << trace_.text();
+  const std::vector<std::string> whileHeld = Records();
+  EXPECT_EQ(1, write(release[1], "x", 1));
+  int status = 0;
+  waitpid(pid, &status, 0);
+  for (int fd : {ready[0], ready[1], release[0], release[1]}) close(fd);
+
+  size_t waits = 0;
+  for (size_t at = text.find("held by another process (waited 0 ms"); at != std::string::npos;
+       at = text.find("held by another process", at + 1)) {
+    ++waits;
+  }
+  EXPECT_EQ(waits, 1u) << text;
+  std::vector<std::string> expected;
+  std::vector<std::string> before;
+  for (int c = 1; c <= 12; ++c) {
+    char row[128];
+    snprintf(row, sizeof row, "\n %4d %4d %10.2f %10.2f %10.2f %8.0f", c, 10 * c, 50.0 * c,
+             2.0 * c, 1000.0, 0.0);
+    expected.push_back(row);
+    before.push_back(Record(c, 100.0 * c, 2000.0, c));
+  }
+  EXPECT_EQ(traced, expected) << text;
+  EXPECT_EQ(whileHeld, before);
+
+  ASSERT_EQ(1, s.TankQnts(1, &cur, nullptr, nullptr));
+  EXPECT_EQ(cur, 50.0);
+  EXPECT_EQ(Records()[0], Record(1, 50.0, 1000.0, 2.0));
 }
 
 // --- UpdateLevels (list) ----------------------------------------------------------

@@ -248,6 +248,35 @@ TEST_F(Bookings, WritingTheValueAFieldHoldsChangesNoByte) {
   EXPECT_EQ(before, ReadFile(FileOf("a")));
 }
 
+// A booking is in progress from its start to its end; one that joins it
+// needs no lock, also when told not to wait.
+TEST_F(Bookings, InProgressFromStartToEnd) {
+  Qdbase a;
+  Bind(a, "a");
+  EXPECT_EQ(0, QdbBooking::InProgress());
+  {
+    QdbBooking booking(&a);
+    ASSERT_EQ(1, booking.Ok());
+    EXPECT_EQ(1, QdbBooking::InProgress());
+    {
+      QdbBooking joined(0, &a);
+      EXPECT_EQ(1, joined.Ok());
+      ASSERT_EQ(1, a.Go(1));
+      ASSERT_EQ(1, a.WriteDouble("QTY", 7.0));
+      EXPECT_EQ(1, joined.Commit());
+    }
+    EXPECT_EQ(1, booking.Commit());
+    EXPECT_EQ(0, QdbBooking::InProgress());
+  }
+  EXPECT_EQ(7.0, QtyOnDisk("a", 1));
+  {
+    QdbBooking abandoned(0, &a);
+    ASSERT_EQ(1, abandoned.Ok());
+    EXPECT_EQ(1, QdbBooking::InProgress());
+  }
+  EXPECT_EQ(0, QdbBooking::InProgress());
+}
+
 TEST_F(Bookings, LockHeldByAnotherProcessRefusesWithinTheBound) {
   int ready[2], release[2];
   ASSERT_EQ(0, pipe(ready));
@@ -284,6 +313,15 @@ TEST_F(Bookings, LockHeldByAnotherProcessRefusesWithinTheBound) {
     ASSERT_EQ(1, a.Go(1));
     EXPECT_EQ(0, a.WriteDouble("QTY", 5.0));
     EXPECT_NE(std::string::npos, trace.text().find("write refused")) << trace.text();
+  }
+  {
+    // A booking told not to wait gives up at once.
+    TraceCapture trace;
+    QdbBooking booking(0, &a);
+    EXPECT_EQ(0, booking.Ok());
+    EXPECT_EQ(0, QdbBooking::InProgress());
+    EXPECT_NE(std::string::npos, trace.text().find("are held by another process (waited 0 ms"))
+        << trace.text();
   }
   EXPECT_EQ(1, write(release[1], "x", 1));
   int status = 0;

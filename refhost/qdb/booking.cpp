@@ -316,7 +316,10 @@ bool AllIn(const qdb::ActiveBooking* active, Qdbase::Impl* const* tables) {
 
 }  // namespace
 
-QdbBooking::QdbBooking(Qdbase* a, Qdbase* b, Qdbase* c) : state_(kFailed) {
+QdbBooking::QdbBooking(Qdbase* a, Qdbase* b, Qdbase* c)
+    : QdbBooking(qdb::LockWaitMs(), a, b, c) {}
+
+QdbBooking::QdbBooking(int waitMs, Qdbase* a, Qdbase* b, Qdbase* c) : state_(kFailed) {
   Qdbase::Impl* const given[3] = {a != nullptr ? a->impl_ : nullptr,
                                   b != nullptr ? b->impl_ : nullptr,
                                   c != nullptr ? c->impl_ : nullptr};
@@ -343,7 +346,7 @@ QdbBooking::QdbBooking(Qdbase* a, Qdbase* b, Qdbase* c) : state_(kFailed) {
       }
       owned = active = new qdb::ActiveBooking;
       active->journal = tables.front()->journal;
-      if (!active->journal->Lock(qdb::LockWaitMs(), &why)) {
+      if (!active->journal->Lock(waitMs < 0 ? 0 : waitMs, &why)) {
         delete owned;
         owned = nullptr;
         qdb::Trace(why);
@@ -382,6 +385,8 @@ QdbBooking::~QdbBooking() {
   if (state_ == kOwner) qdb::Finish(false);
   if (state_ == kJoined && qdb::g_active != nullptr) --qdb::g_active->joined;
 }
+
+int QdbBooking::InProgress() { return qdb::g_active != nullptr ? 1 : 0; }
 
 int QdbBooking::Ok() const { return state_ != kFailed ? 1 : 0; }
 
