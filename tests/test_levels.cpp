@@ -298,6 +298,32 @@ class OwnDriverCircuits : public qtest::DispenseEnv {
     snprintf(text, sizeof text, "%d %.1f %.1f %.1f", tank, cur, max, res);
     return text;
   }
+
+  // The machine keeps 50 c of 1000, reserve 2 c, in circuit c.
+  static void Refill(slave& s) {
+    for (int c = 1; c <= 12; ++c) Sim(s)->SetCircuitLevel(c, 50.0 * c, 1000.0, 2.0 * c);
+  }
+
+  // The tank report's rows for the machine's figures of Refill.
+  static std::vector<std::string> RefilledReport() {
+    std::vector<std::string> rows;
+    for (int c = 1; c <= 12; ++c) {
+      char row[128];
+      snprintf(row, sizeof row, "\n %4d %4d %10.2f %10.2f %10.2f %8.0f", c, 10 * c, 50.0 * c,
+               2.0 * c, 1000.0, 0.0);
+      rows.push_back(row);
+    }
+    return rows;
+  }
+
+  // The rows of the tank report in the trace.
+  std::vector<std::string> ReportRows() const {
+    std::vector<std::string> rows;
+    for (const std::string& m : trace_.messages()) {
+      if (m.size() > 2 && m[0] == '\n' && m[1] == ' ' && m[2] != 'T') rows.push_back(m);
+    }
+    return rows;
+  }
 };
 
 // The machine keeps no level yet: the table is the record. Taking 5 c from
@@ -328,7 +354,7 @@ TEST_F(OwnDriverCircuits, BookingOverManyCircuitsKeepsEveryRecord) {
 // in every record, with the machine's maximum and reserve.
 TEST_F(OwnDriverCircuits, BookingOverManyCircuitsFollowsTheMachine) {
   slave s(1);
-  for (int c = 1; c <= 12; ++c) Sim(s)->SetCircuitLevel(c, 50.0 * c, 1000.0, 2.0 * c);
+  Refill(s);
   for (int c : Order()) ASSERT_EQ(s.change_level(c, -5.0 * c, 1, 1), 1) << c;
   std::vector<std::string> expected;
   for (int c = 1; c <= 12; ++c) {
@@ -344,24 +370,13 @@ TEST_F(OwnDriverCircuits, BookingOverManyCircuitsFollowsTheMachine) {
 // machine's figures, and leaves them in every record when it is done.
 TEST_F(OwnDriverCircuits, TankReportShowsTheMachinesFiguresAndKeepsThem) {
   slave s(1);
-  for (int c = 1; c <= 12; ++c) Sim(s)->SetCircuitLevel(c, 50.0 * c, 1000.0, 2.0 * c);
+  Refill(s);
   trace_.clear();
   s.DumpTanks();
-  std::vector<std::string> rows;
-  std::vector<std::string> expected;
-  for (int c = 1; c <= 12; ++c) {
-    char row[128];
-    snprintf(row, sizeof row, "\n %4d %4d %10.2f %10.2f %10.2f %8.0f", c, 10 * c, 50.0 * c,
-             2.0 * c, 1000.0, 0.0);
-    expected.push_back(row);
-    rows.push_back(Record(c, 50.0 * c, 1000.0, 2.0 * c));
-  }
-  std::vector<std::string> traced;
-  for (const std::string& m : trace_.messages()) {
-    if (m.size() > 2 && m[0] == '\n' && m[1] == ' ' && m[2] != 'T') traced.push_back(m);
-  }
-  EXPECT_EQ(traced, expected) << trace_.text();
-  EXPECT_EQ(Records(), rows);
+  std::vector<std::string> records;
+  for (int c = 1; c <= 12; ++c) records.push_back(Record(c, 50.0 * c, 1000.0, 2.0 * c));
+  EXPECT_EQ(ReportRows(), RefilledReport()) << trace_.text();
+  EXPECT_EQ(Records(), records);
 }
 
 // Another process holds the tables' lock (a booking that does not end).
@@ -372,7 +387,7 @@ TEST_F(OwnDriverCircuits, TankReportShowsTheMachinesFiguresAndKeepsThem) {
 // its own. Once the lock is free, the next read copies them.
 TEST_F(OwnDriverCircuits, TablesHeldByAnotherProcessDoNotDelayOrFalsifyTheLevels) {
   slave s(1);
-  for (int c = 1; c <= 12; ++c) Sim(s)->SetCircuitLevel(c, 50.0 * c, 1000.0, 2.0 * c);
+  Refill(s);
   int ready[2], release[2];
   ASSERT_EQ(0, pipe(ready));
   ASSERT_EQ(0, pipe(release));
@@ -393,10 +408,7 @@ TEST_F(OwnDriverCircuits, TablesHeldByAnotherProcessDoNotDelayOrFalsifyTheLevels
   trace_.clear();
   s.DumpTanks();
   const std::string text = trace_.text();
-  std::vector<std::string> traced;
-  for (const std::string& m : trace_.messages()) {
-    if (m.size() > 2 && m[0] == '\n' && m[1] == ' ' && m[2] != 'T') traced.push_back(m);
-  }
+  const std::vector<std::string> report = ReportRows();
   // A circuit read on its own is answered from the machine too.
   trace_.clear();
   double cur = 0, res = 0, max = 0;
@@ -418,16 +430,9 @@ TEST_F(OwnDriverCircuits, TablesHeldByAnotherProcessDoNotDelayOrFalsifyTheLevels
     ++waits;
   }
   EXPECT_EQ(waits, 1u) << text;
-  std::vector<std::string> expected;
+  EXPECT_EQ(report, RefilledReport()) << text;
   std::vector<std::string> before;
-  for (int c = 1; c <= 12; ++c) {
-    char row[128];
-    snprintf(row, sizeof row, "\n %4d %4d %10.2f %10.2f %10.2f %8.0f", c, 10 * c, 50.0 * c,
-             2.0 * c, 1000.0, 0.0);
-    expected.push_back(row);
-    before.push_back(Record(c, 100.0 * c, 2000.0, c));
-  }
-  EXPECT_EQ(traced, expected) << text;
+  for (int c = 1; c <= 12; ++c) before.push_back(Record(c, 100.0 * c, 2000.0, c));
   EXPECT_EQ(whileHeld, before);
 
   ASSERT_EQ(1, s.TankQnts(1, &cur, nullptr, nullptr));
