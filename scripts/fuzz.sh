@@ -8,7 +8,8 @@
 # Usage: scripts/fuzz.sh [SECONDS] [TARGET...]
 #   SECONDS  run time of each target (default 20)
 #   TARGET   targets to run (default: every one)
-# JOBS sets the build's parallelism (default 1). KEEP_CORPUS=1 leaves each
+# JOBS sets the build's parallelism and how many targets run at once
+# (default 1). KEEP_CORPUS=1 leaves each
 # grown corpus in build-fuzz/corpus-out/<target>/.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -34,31 +35,53 @@ export UBSAN_OPTIONS=${UBSAN_OPTIONS:-halt_on_error=1:print_stacktrace=1}
 work=$(mktemp -d "${TMPDIR:-/tmp}/qslave-fuzz-run-XXXXXX")
 trap 'rm -rf "$work"' EXIT
 
-failed=()
-for t in "${targets[@]}"; do
-  corpus="$work/$t"
+# Runs one target on a copy of its corpus; its summary line (and the
+# first lines of a finding) go to $work/$t.summary, its exit to $work/$t.rc.
+run_target() {
+  local t=$1
+  local corpus="$work/$t"
   mkdir -p "$corpus" "$root/$build/artifacts/$t" "$root/$build/logs"
   if [ -d "fuzz/corpus/$t" ]; then cp -r "fuzz/corpus/$t/." "$corpus/"; fi
-  log="$root/$build/logs/$t.log"
-  set +e
+  local log="$root/$build/logs/$t.log"
+  local rc=0
   "$root/$build/fuzz/$t" -max_total_time="$seconds" -timeout=25 -rss_limit_mb=2048 \
     -max_len=4096 -print_final_stats=1 -close_fd_mask=1 \
-    -artifact_prefix="$root/$build/artifacts/$t/" "$corpus" > "$log" 2>&1
-  rc=$?
-  set -e
-  execs=$(grep -E '^stat::number_of_executed_units' "$log" | awk '{print $2}')
-  speed=$(grep -E '^stat::average_exec_per_sec' "$log" | awk '{print $2}')
+    -artifact_prefix="$root/$build/artifacts/$t/" "$corpus" > "$log" 2>&1 || rc=$?
+  local execs speed files
+  execs=$(grep -E '^stat::number_of_executed_units' "$log" | awk '{print $2}' || true)
+  speed=$(grep -E '^stat::average_exec_per_sec' "$log" | awk '{print $2}' || true)
   files=$(find "$corpus" -type f | wc -l)
-  echo "$t: exit $rc, ${execs:-?} runs (${speed:-?}/s), corpus $files files"
-  if [ "$rc" -ne 0 ]; then
-    failed+=("$t")
-    grep -E 'ERROR|SUMMARY|runtime error|Test unit written' "$log" | head -5 || true
-  fi
+  {
+    echo "$t: exit $rc, ${execs:-?} runs (${speed:-?}/s), corpus $files files"
+    if [ "$rc" -ne 0 ]; then
+      grep -E 'ERROR|SUMMARY|runtime error|Test unit written' "$log" | head -5 || true
+    fi
+  } > "$work/$t.summary"
+  echo "$rc" > "$work/$t.rc"
   if [ "${KEEP_CORPUS:-0}" = 1 ]; then
     rm -rf "$root/$build/corpus-out/$t"
     mkdir -p "$root/$build/corpus-out"
     cp -r "$corpus" "$root/$build/corpus-out/$t"
   fi
+}
+
+# JOBS targets at a time, each on one core; the summaries are printed in
+# the targets' order once all have run.
+running=0
+for t in "${targets[@]}"; do
+  if [ "$running" -ge "$jobs" ]; then
+    wait -n || true
+    running=$((running - 1))
+  fi
+  run_target "$t" &
+  running=$((running + 1))
+done
+wait || true
+
+failed=()
+for t in "${targets[@]}"; do
+  cat "$work/$t.summary" 2>/dev/null || echo "$t: did not report"
+  if [ "$(cat "$work/$t.rc" 2>/dev/null || echo 1)" -ne 0 ]; then failed+=("$t"); fi
 done
 
 if [ ${#failed[@]} -ne 0 ]; then
