@@ -168,7 +168,6 @@ int slave::SplitFrmToTanks(char* frm, Zu_LongArray* cnts, Zu_IntArray* tanks, Zu
   }
 
   int total = 0;
-  SlvDriverCopies copies(this);
   for (int i = 0; i < n; ++i) {
     const double quantity = f * quantities[i] * u;
     const unsigned failures = SlvFailureCount();
@@ -185,7 +184,6 @@ int slave::SplitFrmToTanks(char* frm, Zu_LongArray* cnts, Zu_IntArray* tanks, Zu
     for (int j = 0; j < k && cnts != nullptr; ++j) SlvAppend(cnts, ids[i]);
     total += k;
   }
-  copies.Write();
   return total;
 } catch (...) {
   return SlvFailed(this, kSource, __LINE__, __func__, -1);

@@ -196,11 +196,6 @@ Qdbase* SlvTankRecord(slave* s, int tank, Qdbase** cist);
 void SlvForgetSplitLevels(slave* s, Qdbase* tanks);
 // Positions the cistern table on cistern id (index 1): 1 found, 0 not.
 int SlvSeekCistern(Qdbase* cist, long id);
-// Whether the driver keeps levels of its own (it answers the level query
-// with rows): every tank read then copies the driver's figures into the
-// tank's record first. Within one call of the library the rows are
-// fetched once.
-bool SlvDriverKeepsLevels(slave* s);
 
 // TankQnts, and *cistId (when given) the cistern id named by the record
 // that holds the level (the master's, for a secondary of a linked group),
@@ -247,7 +242,9 @@ bool SlvReadNumber(Qdbase* table, int field, double* value);
 bool SlvReadNumber(Qdbase* table, int field, long* value);
 
 // A call that reads the levels of many tanks, on a dispenser whose driver
-// keeps them, copies the driver's figures into every tank record it reads.
+// keeps them (it answers the level query with rows; within one call of the
+// library they are fetched once), copies the driver's figures into every
+// tank record it reads.
 // While this lives, those copies join one booking, written by Write: one
 // lock and at most one sync for the call instead of one for each tank, and
 // nothing written for figures the records hold already. Write it before

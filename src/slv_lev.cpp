@@ -323,12 +323,9 @@ int slave::GetCircuitsUnderCriticalLevel(char* formula, double size, double base
   SlvCallScope call(this);
   circuits.clear();
   colourants.clear();
-  SlvDriverCopies copies(this);
   const PreparedFormula prepared = PrepareFormula(this, formula, size, baseSize, mode);
-  const int any = ListColourants(this, prepared, circuits, colourants,
-                                 [](int verdict) { return verdict <= 0; });
-  copies.Write();
-  return any;
+  return ListColourants(this, prepared, circuits, colourants,
+                        [](int verdict) { return verdict <= 0; });
 } catch (...) {
   return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }
@@ -337,13 +334,13 @@ int slave::GetCircuitsUnderWarningLevel(char* formula, double size, double baseS
                                         Zu_IntArray& circuits, Zu_IntArray& colourants) try {
   SlvCallScope call(this);
   const double factor = baseSize > 0.0 ? size / baseSize : 1.0;
-  SlvDriverCopies copies(this);
   Zu_LongArray ids;
   Zu_IntArray tanks;
   Zu_DoubleArray qnts;
   const int n = SplitFrmToTanks(formula, &ids, &tanks, &qnts, factor, 1.0, mode, 0, nullptr);
   if (n >= 1) {
     // Appended to what the caller's lists already hold.
+    SlvDriverCopies copies(this);
     for (int i = 0; i < n; ++i) {
       if (CheckLevel(tanks[i], qnts[i]) > 1) continue;
       const int tank = tanks[i];
@@ -358,10 +355,8 @@ int slave::GetCircuitsUnderWarningLevel(char* formula, double size, double baseS
   circuits.clear();
   colourants.clear();
   const PreparedFormula prepared = PrepareFormula(this, formula, size, baseSize, mode);
-  const int any = ListColourants(this, prepared, circuits, colourants,
-                                 [](int verdict) { return verdict == 1; });
-  copies.Write();
-  return any;
+  return ListColourants(this, prepared, circuits, colourants,
+                        [](int verdict) { return verdict == 1; });
 } catch (...) {
   return SlvFailed(this, kSource, __LINE__, __func__, 0);
 }

@@ -209,39 +209,35 @@ DriverVisit RefreshFromDriver(slave* s, int tank) {
   SlvDriverRows once;
   SlvDriverRows& rows = DriverRowsOf(s, &once);
   if (rows.cur.empty()) return visit;
+  // The tank's row: at tank - 1 (type 7), else the last with its field.
+  size_t row = rows.cur.size();
   if (rows.field.empty()) {
     if (tank - 1 >= static_cast<int>(rows.cur.size())) return visit;
-    const size_t i = static_cast<size_t>(tank - 1);
-    visit.visited = true;
-    visit.machine = MachineFigures{rows.cur[i], rows.max[i], rows.res[i]};
-    visit.uncopied = !StoreDriverLevels(s, tank, visit.machine, &rows);
-    return visit;
+    row = static_cast<size_t>(tank - 1);
+  } else {
+    const int wanted = s->TankToTankField(tank);
+    for (size_t i = 0; i < rows.field.size(); ++i) {
+      if (rows.field[i] == wanted) row = i;
+    }
   }
   visit.visited = true;
-  const int wanted = s->TankToTankField(tank);
-  for (size_t i = 0; i < rows.field.size(); ++i) {
-    if (rows.field[i] != wanted) continue;
-    visit.machine = MachineFigures{rows.cur[i], rows.max[i], rows.res[i]};
-    visit.uncopied = !StoreDriverLevels(s, tank, visit.machine, &rows);
-  }
+  if (row == rows.cur.size()) return visit;
+  visit.machine = MachineFigures{rows.cur[row], rows.max[row], rows.res[row]};
+  visit.uncopied = !StoreDriverLevels(s, tank, visit.machine, &rows);
   return visit;
 }
 
 }  // namespace
 
-bool SlvDriverKeepsLevels(slave* s) {
-  if (s->m_Dsp == nullptr) return false;
-  SlvDriverRows once;
-  return !DriverRowsOf(s, &once).cur.empty();
-}
-
 SlvDriverCopies::SlvDriverCopies(slave* s) {
-  if (!SlvDriverKeepsLevels(s)) return;
+  if (s->m_Dsp == nullptr) return;
+  SlvDriverRows once;
+  SlvDriverRows& rows = DriverRowsOf(s, &once);
+  if (rows.cur.empty()) return;  // the levels are the tables'
   booking_.emplace(SlvBooking::NoWait());
   if (booking_->Ok()) return;
   booking_.reset();
-  SlvDriverRows once;
-  DriverRowsOf(s, &once).copiesRefused = true;
+  rows.copiesRefused = true;
 }
 
 int slave::NumCnts() try {

@@ -68,9 +68,9 @@ int slave::CheckLevel(char* frm, double a, double b, int c, Zu_IntArray* low) tr
   }
   Zu_IntArray tanks;
   Zu_DoubleArray qnts;
-  SlvDriverCopies copies(this);
   const int rows = SplitFrmToTanks(frm, nullptr, &tanks, &qnts, a, b, c, 0, nullptr);
   if (rows < 1) return 0;
+  SlvDriverCopies copies(this);
   int verdict = 2;
   for (int i = 0; i < rows; ++i) {
     const int own = CheckLevel(tanks[i], qnts[i]);

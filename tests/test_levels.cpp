@@ -6,8 +6,6 @@
 // python3-dbfread.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <limits>
 #include <map>
@@ -388,23 +386,8 @@ TEST_F(OwnDriverCircuits, TankReportShowsTheMachinesFiguresAndKeepsThem) {
 TEST_F(OwnDriverCircuits, TablesHeldByAnotherProcessDoNotDelayOrFalsifyTheLevels) {
   slave s(1);
   Refill(s);
-  int ready[2], release[2];
-  ASSERT_EQ(0, pipe(ready));
-  ASSERT_EQ(0, pipe(release));
-  const pid_t pid = fork();
-  if (pid == 0) {
-    Qdbase tanks;
-    tanks.SetFiles(dir_.path().c_str(), "tanks", 0, nullptr, nullptr);
-    tanks.Open();
-    QdbBooking booking(&tanks);
-    char c = booking.Ok() ? 'y' : 'n';
-    if (write(ready[1], &c, 1) != 1) _exit(2);
-    if (read(release[0], &c, 1) != 1) _exit(2);
-    _exit(0);
-  }
-  char c = 0;
-  ASSERT_EQ(1, read(ready[0], &c, 1));
-  ASSERT_EQ('y', c);
+  qtest::TablesHeldElsewhere other(dir_.path(), "tanks");
+  ASSERT_TRUE(other.held());
   trace_.clear();
   s.DumpTanks();
   const std::string text = trace_.text();
@@ -419,10 +402,7 @@ TEST_F(OwnDriverCircuits, TablesHeldByAnotherProcessDoNotDelayOrFalsifyTheLevels
   EXPECT_NE(std::string::npos, trace_.text().find("held by another process (waited 0 ms"))
       << trace_.text();
   const std::vector<std::string> whileHeld = Records();
-  EXPECT_EQ(1, write(release[1], "x", 1));
-  int status = 0;
-  waitpid(pid, &status, 0);
-  for (int fd : {ready[0], ready[1], release[0], release[1]}) close(fd);
+  EXPECT_TRUE(other.Release());
 
   size_t waits = 0;
   for (size_t at = text.find("held by another process (waited 0 ms"); at != std::string::npos;

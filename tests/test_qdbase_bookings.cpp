@@ -278,25 +278,8 @@ TEST_F(Bookings, InProgressFromStartToEnd) {
 }
 
 TEST_F(Bookings, LockHeldByAnotherProcessRefusesWithinTheBound) {
-  int ready[2], release[2];
-  ASSERT_EQ(0, pipe(ready));
-  ASSERT_EQ(0, pipe(release));
-  const pid_t pid = fork();
-  if (pid == 0) {
-    Qdbase a;
-    const char* names[] = {"ID"};
-    const char* keys[] = {"ID"};
-    a.SetFiles(dir.path().c_str(), "a", 1, names, keys);
-    a.Open();
-    QdbBooking booking(&a);
-    char c = booking.Ok() ? 'y' : 'n';
-    if (write(ready[1], &c, 1) != 1) _exit(2);
-    if (read(release[0], &c, 1) != 1) _exit(2);
-    _exit(booking.Commit() ? 0 : 1);
-  }
-  char c = 0;
-  ASSERT_EQ(1, read(ready[0], &c, 1));
-  ASSERT_EQ('y', c);
+  qtest::TablesHeldElsewhere other(dir.path(), "a", "ID");
+  ASSERT_TRUE(other.held());
   Qdbase::SetLockWait(200);
   Qdbase a;
   Bind(a, "a");
@@ -323,13 +306,9 @@ TEST_F(Bookings, LockHeldByAnotherProcessRefusesWithinTheBound) {
     EXPECT_NE(std::string::npos, trace.text().find("are held by another process (waited 0 ms"))
         << trace.text();
   }
-  EXPECT_EQ(1, write(release[1], "x", 1));
-  int status = 0;
-  waitpid(pid, &status, 0);
-  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  EXPECT_TRUE(other.Release());
   EXPECT_EQ(1, a.WriteDouble("QTY", 5.0));
   EXPECT_EQ(5.0, QtyOnDisk("a", 1));
-  for (int fd : {ready[0], ready[1], release[0], release[1]}) close(fd);
 }
 
 // A long-lived process and another one taking turns: each booking reads

@@ -8,6 +8,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "host/qdbase.h"
 #include "host/qdsp32.h"
 
 namespace qtest {
@@ -114,6 +115,55 @@ std::string PyQuote(const std::string& s) {
     q += c;
   }
   return q + "'";
+}
+
+TablesHeldElsewhere::TablesHeldElsewhere(const std::string& dir, const std::string& base,
+                                         const char* key) {
+  int ready[2], release[2];
+  if (pipe(ready) != 0) return;
+  if (pipe(release) != 0) {
+    close(ready[0]);
+    close(ready[1]);
+    return;
+  }
+  const pid_t pid = fork();
+  if (pid == 0) {
+    close(ready[0]);
+    close(release[1]);
+    Qdbase table;
+    const char* names[] = {key};
+    const char* keys[] = {key};
+    table.SetFiles(dir.c_str(), base.c_str(), key != nullptr ? 1 : 0,
+                   key != nullptr ? names : nullptr, key != nullptr ? keys : nullptr);
+    table.Open();
+    QdbBooking booking(&table);
+    char c = booking.Ok() ? 'y' : 'n';
+    if (write(ready[1], &c, 1) != 1) _exit(2);
+    // Released, or the test process ended: the booking is written.
+    if (read(release[0], &c, 1) < 0) _exit(2);
+    _exit(booking.Commit() ? 0 : 1);
+  }
+  close(ready[1]);
+  close(release[0]);
+  pid_ = pid;
+  release_ = release[1];
+  char c = 0;
+  held_ = pid > 0 && read(ready[0], &c, 1) == 1 && c == 'y';
+  close(ready[0]);
+}
+
+TablesHeldElsewhere::~TablesHeldElsewhere() { Release(); }
+
+bool TablesHeldElsewhere::Release() {
+  if (pid_ <= 0) return false;
+  if (write(release_, "x", 1) != 1) {
+    // The other process waits for the pipe to close instead.
+  }
+  close(release_);
+  int status = 0;
+  waitpid(pid_, &status, 0);
+  pid_ = -1;
+  return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
 }  // namespace qtest

@@ -75,6 +75,27 @@ void WriteFile(const std::string& path, const std::string& text);
 // A Python string literal holding s.
 std::string PyQuote(const std::string& s);
 
+// Another process in the middle of a booking on the tables of dir: it opens
+// table base (with one index on field key when given, as such a table is
+// bound) and holds the booking, with the tables' lock, until Release.
+class TablesHeldElsewhere {
+ public:
+  TablesHeldElsewhere(const std::string& dir, const std::string& base, const char* key = nullptr);
+  ~TablesHeldElsewhere();  // releases when not released
+  TablesHeldElsewhere(const TablesHeldElsewhere&) = delete;
+  TablesHeldElsewhere& operator=(const TablesHeldElsewhere&) = delete;
+  // Whether the other process's booking started.
+  bool held() const { return held_; }
+  // Lets the other process commit its booking and end; answers whether
+  // the commit succeeded.
+  bool Release();
+
+ private:
+  int pid_ = -1;
+  int release_ = -1;  // the write end of the pipe the other process waits on
+  bool held_ = false;
+};
+
 }  // namespace qtest
 
 #endif
