@@ -90,6 +90,10 @@ struct SlvDriverRows {
   bool known = false;
   std::vector<long> field;
   std::vector<double> cur, max, res;
+  // For rows with tank fields: each field's last row, the one a tank of
+  // that field reads (built once per fetch, so finding a tank's row does
+  // not scan every row).
+  std::unordered_map<long, size_t> lastRowOf;
   // Another process held the tables when a copy of these rows into the
   // tank records was tried: no later tank tries again while they are kept.
   bool copiesRefused = false;

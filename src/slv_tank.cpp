@@ -158,6 +158,7 @@ void FetchDriverRows(slave* s, SlvDriverRows* rows) {
   rows->cur.clear();
   rows->max.clear();
   rows->res.clear();
+  rows->lastRowOf.clear();
   rows->copiesRefused = false;
   if (s->m_Dsp->GetType(0, 0) == 7) {
     long count = 0;
@@ -177,6 +178,7 @@ void FetchDriverRows(slave* s, SlvDriverRows* rows) {
       rows->res.resize(rows->field.size());
       s->m_Dsp->GetTankLevels(s->m_DispId, rows->field.data(), rows->cur.data(),
                               rows->max.data(), rows->res.data(), 0);
+      for (size_t i = 0; i < rows->field.size(); ++i) rows->lastRowOf[rows->field[i]] = i;
     }
   }
   rows->known = true;
@@ -215,10 +217,8 @@ DriverVisit RefreshFromDriver(slave* s, int tank) {
     if (tank - 1 >= static_cast<int>(rows.cur.size())) return visit;
     row = static_cast<size_t>(tank - 1);
   } else {
-    const int wanted = s->TankToTankField(tank);
-    for (size_t i = 0; i < rows.field.size(); ++i) {
-      if (rows.field[i] == wanted) row = i;
-    }
+    const auto last = rows.lastRowOf.find(s->TankToTankField(tank));
+    if (last != rows.lastRowOf.end()) row = last->second;
   }
   visit.visited = true;
   if (row == rows.cur.size()) return visit;
@@ -316,6 +316,9 @@ void slave::CntToTanks(long cnt, int max, int* out) try {
 }
 
 int slave::CntQntToTank(long cnt, double qnt) try {
+  // The levels of the colourant's tanks are read in one call: a driver that
+  // keeps them is asked for its rows once.
+  SlvCallScope call(this);
   // The answer is the tank a quantity is taken from: an empty tank (colourant
   // 0) or a colourant id below 0 names none.
   if (cnt < 1 || !std::isfinite(qnt)) return 0;

@@ -285,6 +285,22 @@ TEST_F(TankQueries, CntQntToTankThresholdZeroTakesTen) {
   EXPECT_EQ(s.CntQntToTank(5, 10.0), 1);
 }
 
+TEST_F(TankQueries, CntQntToTankAsksADriverThatKeepsLevelsOnce) {
+  // Choosing among a colourant's tanks reads the level of each: the
+  // machine's rows are fetched once for the call, not once per tank.
+  AddDispenser("LIQON");
+  AddTanks({Tank(1, 5, 100, 0, 200), Tank(2, 5, 100, 0, 200), Tank(3, 5, 100, 0, 200)});
+  slave s(1);
+  ASSERT_NE(Sim(s), nullptr);
+  Sim(s)->SetCircuitLevel(1, 10.0, 200.0, 0.0);
+  Sim(s)->SetCircuitLevel(2, 150.0, 200.0, 0.0);
+  Sim(s)->SetCircuitLevel(3, 20.0, 200.0, 0.0);
+  Sim(s)->ClearHistory();
+  // The machine's figures decide: tank 2 holds most.
+  EXPECT_EQ(s.CntQntToTank(5, 10.0), 2);
+  EXPECT_EQ(CountPrefix(CallsOf(s), "GetCircuitLevels("), 1);
+}
+
 TEST_F(TankQueries, CntQntToTankZeroQuantityIsTheLowestTank) {
   AddDispenser();
   AddTanks({Tank(1, 4), Tank(2, 5, 10, 0, 200, 20), Tank(3, 5, 100, 0, 200, 0)});
