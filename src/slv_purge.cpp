@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "host/qdsp32.h"
@@ -159,12 +160,17 @@ int slave::SelectivePurge(long* colourants, double quantity) try {
   if (RefuseQuantity(this, quantity)) return 0;
   const int g = GroupSize(this, m_Dsp->GetType(0, 0));
 
-  // A colourant named twice selects its circuits twice.
+  // A colourant named twice selects its circuits twice. The list is counted
+  // once, so each circuit is matched against it in one lookup.
+  std::unordered_map<long, int> named;
+  for (long* id = colourants; *id != 0; ++id) ++named[*id];
   std::vector<int> selection;
   SlvDriverCopies copies(this);
   for (int c = 1; c <= m_NumTanks; ++c) {
-    for (long* id = colourants; *id != 0; ++id) {
-      if (*id == ColourantOf(this, c) && HoldsColourant(this, c)) selection.push_back(c);
+    const auto found = named.find(ColourantOf(this, c));
+    if (found == named.end()) continue;
+    for (int k = 0; k < found->second; ++k) {
+      if (HoldsColourant(this, c)) selection.push_back(c);
     }
   }
   copies.Write();
