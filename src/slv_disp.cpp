@@ -5,6 +5,7 @@
 
 #include <cmath>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "host/qdsp32.h"
@@ -13,6 +14,14 @@
 namespace {
 
 const char kSource[] = "slv_disp";
+
+// One colourant record's code, as the translation reads it: read whole
+// (read), or too long for the room the command has for it.
+struct CodeRecord {
+  int length = 0;  // TextLength of CODE: -1 when it cannot be read
+  bool read = false;
+  char code[11] = {};
+};
 
 }  // namespace
 
@@ -40,27 +49,39 @@ int slave::TranslateFormulaFromCntIdToCntCode(char* frm, char* out, double f, do
     colorants.TmpClose();
     return -1;
   }
+  // The codes of the formula's colourants, read in one walk of the table:
+  // each id's records in the order of index 1 (an id held by several
+  // records is written once for each).
+  std::unordered_map<long long, std::vector<CodeRecord>> codesOf;
+  for (long long id : ids) codesOf.emplace(id, std::vector<CodeRecord>());
+  table->SelectIdx(1);
+  for (int more = n > 0 && table->Top(); more && !table->Eof(); more = table->Next()) {
+    long id = 0;
+    if (!table->ReadLong("ID", &id)) continue;
+    const auto wanted = codesOf.find(id);
+    if (wanted == codesOf.end()) continue;
+    CodeRecord record;
+    record.length = table->TextLength("CODE");
+    record.read = record.length < static_cast<int>(sizeof record.code) &&
+                  table->ReadString("CODE", record.code, sizeof record.code, 1, 1);
+    wanted->second.push_back(record);
+  }
   // The text grows as needed: a long formula is translated whole.
   std::string text;
-  table->SelectIdx(1);
   for (int i = 0; i < n; ++i) {
-    for (int more = table->Top(); more && !table->Eof(); more = table->Next()) {
-      long id = 0;
-      if (!table->ReadLong("ID", &id) || id != ids[static_cast<size_t>(i)]) continue;
-      char code[11];
+    const long long id = ids[static_cast<size_t>(i)];
+    for (const CodeRecord& record : codesOf[id]) {
       // The code goes to the machine: one the buffer cannot hold whole
       // fails the translation (nothing is dosed) rather than being cut to
       // another colourant's code or left out of the formula.
-      const int length = table->TextLength("CODE");
-      if (length >= static_cast<int>(sizeof code) ||
-          !table->ReadString("CODE", code, sizeof code, 1, 1)) {
+      if (!record.read) {
         TarvoTrace("\n%s(%d): colorant %ld: code of %d characters refused: room for %zu", kSource,
-                   __LINE__, id, length, sizeof code - 1);
+                   __LINE__, static_cast<long>(id), record.length, sizeof record.code - 1);
         m_LastError = SLV_ERR_GENERIC;
         colorants.TmpClose();
         return -1;
       }
-      text += SlvFormat("(%s:%.3lf)", code, qnts[static_cast<size_t>(i)]);
+      text += SlvFormat("(%s:%.3lf)", record.code, qnts[static_cast<size_t>(i)]);
     }
   }
   colorants.TmpClose();
