@@ -6,6 +6,7 @@
 #include <cmath>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "host/qdsp32.h"
@@ -15,13 +16,22 @@ namespace {
 
 const char kSource[] = "slv_disp";
 
-// One colourant record's code, as the translation reads it: read whole
-// (read), or too long for the room the command has for it.
-struct CodeRecord {
-  int length = 0;  // TextLength of CODE: -1 when it cannot be read
-  bool read = false;
-  char code[11] = {};
-};
+// Reads the codes of the colourant table's records on index 1 into *codes:
+// those of the ids in *wanted, or of every id when wanted is null.
+void ReadCodes(Qdbase* table, const std::unordered_set<long long>* wanted,
+               SlvColourantCodes* codes) {
+  table->SelectIdx(1);
+  for (int more = table->Top(); more && !table->Eof(); more = table->Next()) {
+    long id = 0;
+    if (!table->ReadLong("ID", &id)) continue;
+    if (wanted != nullptr && wanted->count(id) == 0) continue;
+    SlvColourantCode record;
+    record.length = table->TextLength("CODE");
+    record.read = record.length < static_cast<int>(sizeof record.code) &&
+                  table->ReadString("CODE", record.code, sizeof record.code, 1, 1);
+    (*codes)[id].push_back(record);
+  }
+}
 
 }  // namespace
 
@@ -43,34 +53,39 @@ int slave::TranslateFormulaFromCntIdToCntCode(char* frm, char* out, double f, do
   std::vector<double> qnts(static_cast<size_t>(n));
   formula.parse(ids.data(), qnts.data());
 
-  Qdbase* table = colorants.TmpOpen() ? colorants.Table() : nullptr;
-  if (table == nullptr || table->RecCount() < 1) {
-    TarvoTrace("%s(%d): error ... unable to open colorant database", kSource, __LINE__);
+  // The codes of the formula's colourants, read in one walk of the table
+  // (an id held by several records is written once for each). Within a
+  // call of the library the whole table is read once and kept for the call.
+  SlvState* state = m_State != nullptr && m_State->callDepth > 0 ? m_State : nullptr;
+  SlvColourantCodes own;
+  const SlvColourantCodes* codesOf = &own;
+  if (state != nullptr && state->codesKnown) {
+    codesOf = &state->codes;
+  } else {
+    Qdbase* table = colorants.TmpOpen() ? colorants.Table() : nullptr;
+    if (table == nullptr || table->RecCount() < 1) {
+      TarvoTrace("%s(%d): error ... unable to open colorant database", kSource, __LINE__);
+      colorants.TmpClose();
+      return -1;
+    }
+    if (state != nullptr) {
+      state->codes.clear();
+      ReadCodes(table, nullptr, &state->codes);
+      state->codesKnown = true;
+      codesOf = &state->codes;
+    } else if (n > 0) {
+      const std::unordered_set<long long> wanted(ids.begin(), ids.end());
+      ReadCodes(table, &wanted, &own);
+    }
     colorants.TmpClose();
-    return -1;
-  }
-  // The codes of the formula's colourants, read in one walk of the table:
-  // each id's records in the order of index 1 (an id held by several
-  // records is written once for each).
-  std::unordered_map<long long, std::vector<CodeRecord>> codesOf;
-  for (long long id : ids) codesOf.emplace(id, std::vector<CodeRecord>());
-  table->SelectIdx(1);
-  for (int more = n > 0 && table->Top(); more && !table->Eof(); more = table->Next()) {
-    long id = 0;
-    if (!table->ReadLong("ID", &id)) continue;
-    const auto wanted = codesOf.find(id);
-    if (wanted == codesOf.end()) continue;
-    CodeRecord record;
-    record.length = table->TextLength("CODE");
-    record.read = record.length < static_cast<int>(sizeof record.code) &&
-                  table->ReadString("CODE", record.code, sizeof record.code, 1, 1);
-    wanted->second.push_back(record);
   }
   // The text grows as needed: a long formula is translated whole.
   std::string text;
   for (int i = 0; i < n; ++i) {
     const long long id = ids[static_cast<size_t>(i)];
-    for (const CodeRecord& record : codesOf[id]) {
+    const auto records = codesOf->find(id);
+    if (records == codesOf->end()) continue;
+    for (const SlvColourantCode& record : records->second) {
       // The code goes to the machine: one the buffer cannot hold whole
       // fails the translation (nothing is dosed) rather than being cut to
       // another colourant's code or left out of the formula.
@@ -78,13 +93,11 @@ int slave::TranslateFormulaFromCntIdToCntCode(char* frm, char* out, double f, do
         TarvoTrace("\n%s(%d): colorant %ld: code of %d characters refused: room for %zu", kSource,
                    __LINE__, static_cast<long>(id), record.length, sizeof record.code - 1);
         m_LastError = SLV_ERR_GENERIC;
-        colorants.TmpClose();
         return -1;
       }
       text += SlvFormat("(%s:%.3lf)", record.code, qnts[static_cast<size_t>(i)]);
     }
   }
-  colorants.TmpClose();
   if (out != nullptr) memcpy(out, text.c_str(), text.size() + 1);
   return static_cast<int>(text.size());
 } catch (...) {

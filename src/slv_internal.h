@@ -99,6 +99,18 @@ struct SlvDriverRows {
   bool copiesRefused = false;
 };
 
+// One colourant record's code as a translation to codes reads it: read
+// whole, or refused (too long for the room a command has for it, or not
+// readable).
+struct SlvColourantCode {
+  int length = 0;  // TextLength of CODE: -1 when it cannot be read
+  bool read = false;
+  char code[11] = {};
+};
+// The codes of a colourant table by colourant id, each id's records in the
+// order of the table's index 1.
+using SlvColourantCodes = std::unordered_map<long long, std::vector<SlvColourantCode>>;
+
 // What a slave derives from the tables besides its documented members.
 struct SlvState {
   // The tank table's Generation() when the tank map was read: a table read
@@ -122,6 +134,11 @@ struct SlvState {
   double threshold = 0.0;   // the dispenser's THRESHOLD as SetDispenserThres took it
   int thresholdResult = 0;  // and its answer
   SlvDriverRows driverRows;
+  // The colourant table's codes, read whole by the call's first
+  // translation to codes (a formula's check on a dispenser addressed by
+  // code translates it colourant by colourant).
+  bool codesKnown = false;
+  SlvColourantCodes codes;
 
   // What a dispense's split read of the tanks it books (see
   // SlvSplitLevelsScope), by the tank record's number: the level update
@@ -138,8 +155,8 @@ struct SlvState {
   std::vector<SplitLevels> splitLevels;
 };
 
-// One call of the library: the dispenser's threshold and the driver's level
-// rows are read once for all of it, and forgotten when the outermost call
+// One call of the library: the dispenser's threshold, the driver's level
+// rows and the colourant codes are read once for all of it, and forgotten when the outermost call
 // ends. Neither changes within a call: the library tells the driver no
 // level during one (change_level with notify forgets them).
 class SlvCallScope {
@@ -151,6 +168,8 @@ class SlvCallScope {
     if (state_ == nullptr || state_->callDepth <= 0 || --state_->callDepth > 0) return;
     state_->thresholdKnown = false;
     state_->driverRows.known = false;
+    state_->codesKnown = false;
+    state_->codes.clear();
   }
   SlvCallScope(const SlvCallScope&) = delete;
   SlvCallScope& operator=(const SlvCallScope&) = delete;

@@ -819,6 +819,37 @@ TEST_F(TypeNineSplit, NeverSplitsAndAnswersTheMachinesVerdict) {
   EXPECT_EQ(c.SplitQnt(5, 12.5), 1);
 }
 
+TEST_F(TypeNineSplit, WarningListAsksInTheCodesTheTableHoldsAtEachCall) {
+  // A check of a formula asks the machine colourant by colourant, each in
+  // codes. The colourant table is read once for the call and again by the
+  // next one: a record added between two calls is in the second's codes.
+  SetUpTypeNine();
+  ColorantRow blue;
+  blue.id = 7;
+  blue.code = "BLUE";
+  ASSERT_GT(tables_.AddColorant(blue), 0);
+  slave s(1);
+  ASSERT_NE(Sim(s), nullptr);
+  ASSERT_TRUE(Sim(s)->SetSetting("formula_level", "2"));
+  Sim(s)->ClearHistory();
+  Zu_IntArray circuits, colourants;
+  char frm[] = "(5:10)(7:2.5)";
+  s.GetCircuitsUnderWarningLevel(frm, 1.0, 1.0, 0, circuits, colourants);
+  EXPECT_GE(CountOf(Sim(s)->Calls(), "CheckFormulaLevel((RED:10.000))"), 1);
+  EXPECT_GE(CountOf(Sim(s)->Calls(), "CheckFormulaLevel((BLUE:2.500))"), 1);
+
+  ColorantRow second;
+  second.id = 5;
+  second.code = "RED2";
+  ASSERT_GT(tables_.AddColorant(second), 0);
+  Sim(s)->ClearHistory();
+  char again[] = "(5:10)(7:2.5)";
+  s.GetCircuitsUnderWarningLevel(again, 1.0, 1.0, 0, circuits, colourants);
+  EXPECT_GE(CountOf(Sim(s)->Calls(), "CheckFormulaLevel((RED:10.000)(RED2:10.000))"), 1);
+  EXPECT_EQ(CountOf(Sim(s)->Calls(), "CheckFormulaLevel((RED:10.000))"), 0);
+  EXPECT_GE(CountOf(Sim(s)->Calls(), "CheckFormulaLevel((BLUE:2.500))"), 1);
+}
+
 TEST_F(TypeNineSplit, ColourantWithoutCodeIsEnoughWithoutAskingTheMachine) {
   // A colourant the colourant table does not know translates to nothing:
   // the answer is 2 and the machine is not asked.
@@ -1395,3 +1426,4 @@ TEST_F(Split, SwitchToMultiTankRefusesAnEmptyObject) {
 }
 
 }  // namespace
+
