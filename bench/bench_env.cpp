@@ -44,7 +44,7 @@ class Writer {
   void Text(const char* f, const std::string& v) { Check(table_.WriteString(f, v.c_str()), f); }
   // Ids as tables from the field store them in text fields.
   void TextId(const char* f, long v) {
-    char text[16];
+    char text[24];
     snprintf(text, sizeof text, "%5ld", v);
     Text(f, text);
   }
@@ -121,7 +121,7 @@ void Env::BuildTables() {
     AddDispenser(disps, kSplitId, "Split kinds");
     for (long id : kGrowthIds) AddDispenser(disps, id, "Growth");
     AddDispenser(disps, kDispenseId, "Dispense, 64 circuits");
-    for (long id : kDriverLevelIds) AddDispenser(disps, id, "Driver-kept levels", "LIQON");
+    for (long id : kDriverLevelIds) AddDispenser(disps, id, "Driver-kept levels", DriverOf(id));
   }
   {
     Writer tanks(dir_, QDB_SCHEMA_TANKS);

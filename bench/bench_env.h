@@ -19,10 +19,12 @@ enum : long {
 };
 constexpr int kDispenseCircuits = 64;
 constexpr long kGrowthIds[] = {16, 128, 999};
-// Dispensers whose driver keeps the levels (type 7, LIQON): 1000 + N has N
-// circuits, tank t holding colourant t.
-constexpr long kDriverLevelIds[] = {1016, 1128, 1999};
-constexpr int CircuitsOf(long id) { return static_cast<int>(id >= 1000 ? id - 1000 : id); }
+// Dispensers whose driver keeps the levels, tank t holding colourant t:
+// 1000 + N (type 7, LIQON) has N circuits, the driver's rows by circuit;
+// 2000 + N (type 2, ZARVO) has N circuits, the driver's rows by tank field.
+constexpr long kDriverLevelIds[] = {1016, 1128, 1999, 2016, 2128, 2999};
+constexpr int CircuitsOf(long id) { return static_cast<int>(id % 1000); }
+constexpr const char* DriverOf(long id) { return id >= 2000 ? "ZARVO" : "LIQON"; }
 // Colourant ids of the split dispenser: single tanks from 101, pairs of
 // independent tanks from 201, linked pairs (a master and a secondary fed by
 // one cistern) from 301; 40 of each.

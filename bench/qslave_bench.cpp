@@ -317,8 +317,10 @@ void BM_LevelBatchFloor(benchmark::State& state) {
 }
 BENCHMARK(BM_LevelBatchFloor);
 
-// --- Driver-kept levels (type 7) ----------------------------------------------
+// --- Driver-kept levels (types 7 and 2) -----------------------------------------
 // The driver keeps the levels: every level query asks it for its rows.
+// Dispenser 1000 + N (type 7) has its rows by circuit, 2000 + N (type 2)
+// by tank field; both have N circuits.
 
 slave& DriverLevels(long id) { return *TheSlaves().driverLevels[id]; }
 
@@ -334,7 +336,9 @@ void BM_DriverLevelsUpdate(benchmark::State& state) {
     Tidy(state, s.m_Dsp, ++i);
   }
 }
-BENCHMARK(BM_DriverLevelsUpdate)->ArgName("circuits")->Arg(1016)->Arg(1128)->Arg(1999);
+BENCHMARK(BM_DriverLevelsUpdate)
+    ->ArgName("dispenser")
+    ->Arg(1016)->Arg(1128)->Arg(1999)->Arg(2016)->Arg(2128)->Arg(2999);
 
 void BM_DriverLevelsDispense(benchmark::State& state) {
   slave& s = DriverLevels(state.range(0));
@@ -348,7 +352,7 @@ void BM_DriverLevelsDispense(benchmark::State& state) {
     Tidy(state, s.m_Dsp, ++i);
   }
 }
-BENCHMARK(BM_DriverLevelsDispense)->ArgName("circuits")->Arg(1016)->Arg(1128)->Arg(1999);
+BENCHMARK(BM_DriverLevelsDispense)->ArgName("dispenser")->Arg(1016)->Arg(1128)->Arg(1999);
 
 void BM_DriverLevelsDumpTanks(benchmark::State& state) {
   slave& s = DriverLevels(state.range(0));
@@ -358,7 +362,9 @@ void BM_DriverLevelsDumpTanks(benchmark::State& state) {
     Tidy(state, s.m_Dsp, ++i);
   }
 }
-BENCHMARK(BM_DriverLevelsDumpTanks)->ArgName("circuits")->Arg(1016)->Arg(1128)->Arg(1999);
+BENCHMARK(BM_DriverLevelsDumpTanks)
+    ->ArgName("dispenser")
+    ->Arg(1016)->Arg(1128)->Arg(1999)->Arg(2016)->Arg(2128)->Arg(2999);
 
 void BM_DriverLevelsPurge(benchmark::State& state) {
   slave& s = DriverLevels(state.range(0));
@@ -378,7 +384,9 @@ void BM_DriverLevelsPurge(benchmark::State& state) {
     Tidy(state, s.m_Dsp, ++i);
   }
 }
-BENCHMARK(BM_DriverLevelsPurge)->ArgName("circuits")->Arg(1016)->Arg(1128)->Arg(1999);
+BENCHMARK(BM_DriverLevelsPurge)
+    ->ArgName("dispenser")
+    ->Arg(1016)->Arg(1128)->Arg(1999)->Arg(2016)->Arg(2128)->Arg(2999);
 
 // --- The split ----------------------------------------------------------------
 
@@ -534,9 +542,10 @@ int Count(const std::string& work, long iterations) {
   if (splitKind != std::end(splitKinds)) {
     splitFrm = Text(qbench::Formula(kSplitBases[splitKind - std::begin(splitKinds)] + 1, 1, 12));
   }
-  // "tank_report:N" and "driver_tank_report:N": the tank report of the
-  // N-circuit dispenser whose levels are in its tables, or of the one
-  // whose driver keeps them (N 16, 128 or 999).
+  // "tank_report:N", "driver_tank_report:N" and "field_tank_report:N": the
+  // tank report of the N-circuit dispenser whose levels are in its tables,
+  // or of the one whose driver keeps them, its rows by circuit (type 7) or
+  // by tank field (type 2) (N 16, 128 or 999).
   slave* reportSlave = nullptr;
   if (work.compare(0, 12, "tank_report:") == 0) {
     const long id = atol(work.c_str() + 12);
@@ -544,16 +553,20 @@ int Count(const std::string& work, long iterations) {
   } else if (work.compare(0, 19, "driver_tank_report:") == 0) {
     const long id = 1000 + atol(work.c_str() + 19);
     if (TheSlaves().driverLevels.count(id) != 0) reportSlave = &DriverLevels(id);
+  } else if (work.compare(0, 18, "field_tank_report:") == 0) {
+    const long id = 2000 + atol(work.c_str() + 18);
+    if (TheSlaves().driverLevels.count(id) != 0) reportSlave = &DriverLevels(id);
   }
-  // "driver_levels:N": UpdateLevels of every circuit of the N-circuit
-  // dispenser whose driver keeps the levels (N 16, 128 or 999).
+  // "driver_levels:N" and "field_levels:N": UpdateLevels of every circuit
+  // of the N-circuit dispenser whose driver keeps the levels, its rows by
+  // circuit (type 7) or by tank field (type 2) (N 16, 128 or 999).
   // "levels:N" and "levels_falling:N": UpdateLevels of every circuit of
   // the N-circuit dispenser whose levels are in its tables, the circuits
   // in rising or in falling order.
   slave* batchSlave = nullptr;
   std::unique_ptr<EveryCircuit> nBatch;
-  if (work.compare(0, 14, "driver_levels:") == 0) {
-    const long id = 1000 + atol(work.c_str() + 14);
+  if (work.compare(0, 14, "driver_levels:") == 0 || work.compare(0, 13, "field_levels:") == 0) {
+    const long id = (work[0] == 'd' ? 1000 : 2000) + atol(work.c_str() + work.find(':') + 1);
     if (TheSlaves().driverLevels.count(id) == 0) {
       fprintf(stderr, "qslave_bench: no driver-kept dispenser for %s\n", work.c_str());
       return 2;

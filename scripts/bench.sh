@@ -46,7 +46,9 @@ if [ "$CALLGRIND" != 0 ] && command -v valgrind >/dev/null 2>&1; then
               levels_falling:16:10 levels_falling:128:10 levels_falling:999:10 \
               split_single:20 split_independent:20 split_linked:20 \
               tank_report:16:10 tank_report:128:10 tank_report:999:10 \
-              driver_tank_report:16:10 driver_tank_report:128:10 driver_tank_report:999:10; do
+              driver_tank_report:16:10 driver_tank_report:128:10 driver_tank_report:999:10 \
+              field_levels:16:10 field_levels:128:10 field_levels:999:10 \
+              field_tank_report:16:10 field_tank_report:128:10 field_tank_report:999:10; do
     name=${work%:*}
     iterations=${work##*:}
     valgrind --tool=callgrind --collect-atstart=no \
@@ -102,8 +104,10 @@ if counts:
     for kind, what in (("levels", "UpdateLevels of %3d circuits, rising"),
                        ("levels_falling", "UpdateLevels of %3d circuits, falling"),
                        ("driver_levels", "UpdateLevels of %3d driver-kept circuits"),
+                       ("field_levels", "UpdateLevels of %3d driver-kept circuits, by field"),
                        ("tank_report", "tank report of %3d circuits"),
-                       ("driver_tank_report", "tank report of %3d driver-kept circuits")):
+                       ("driver_tank_report", "tank report of %3d driver-kept circuits"),
+                       ("field_tank_report", "tank report of %3d driver-kept circuits, by field")):
         for n in (16, 128, 999):
             work = "%s:%d" % (kind, n)
             if counts.get(work):
