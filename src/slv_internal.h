@@ -156,9 +156,10 @@ struct SlvState {
 };
 
 // One call of the library: the dispenser's threshold, the driver's level
-// rows and the colourant codes are read once for all of it, and forgotten when the outermost call
-// ends. Neither changes within a call: the library tells the driver no
-// level during one (change_level with notify forgets them).
+// rows and the colourant codes are read once for all of it, and forgotten
+// when the outermost call ends. None is taken to change within a call:
+// the library tells the driver no level during one (change_level with
+// notify forgets the rows).
 class SlvCallScope {
  public:
   explicit SlvCallScope(slave* s) : state_(s->m_State) {

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <optional>
 #include <unordered_set>
 #include <vector>
 
@@ -185,10 +186,15 @@ void FetchDriverRows(slave* s, SlvDriverRows* rows) {
 }
 
 // The driver's level rows: within one call of the library (SlvCallScope)
-// fetched once and kept for the call, else fetched into *once.
-SlvDriverRows& DriverRowsOf(slave* s, SlvDriverRows* once) {
-  SlvDriverRows* rows = once;
-  if (s->m_State != nullptr && s->m_State->callDepth > 0) rows = &s->m_State->driverRows;
+// fetched once and kept for the call, else fetched into *once (which is
+// only made then: most reads are within a call).
+SlvDriverRows& DriverRowsOf(slave* s, std::optional<SlvDriverRows>* once) {
+  SlvDriverRows* rows = nullptr;
+  if (s->m_State != nullptr && s->m_State->callDepth > 0) {
+    rows = &s->m_State->driverRows;
+  } else {
+    rows = &once->emplace();
+  }
   FetchDriverRows(s, rows);
   return *rows;
 }
@@ -208,7 +214,7 @@ struct DriverVisit {
 DriverVisit RefreshFromDriver(slave* s, int tank) {
   DriverVisit visit;
   if (s->m_Dsp == nullptr) return visit;
-  SlvDriverRows once;
+  std::optional<SlvDriverRows> once;
   SlvDriverRows& rows = DriverRowsOf(s, &once);
   if (rows.cur.empty()) return visit;
   // The tank's row: at tank - 1 (type 7), else the last with its field.
@@ -231,7 +237,7 @@ DriverVisit RefreshFromDriver(slave* s, int tank) {
 
 SlvDriverCopies::SlvDriverCopies(slave* s) {
   if (s->m_Dsp == nullptr) return;
-  SlvDriverRows once;
+  std::optional<SlvDriverRows> once;
   SlvDriverRows& rows = DriverRowsOf(s, &once);
   if (rows.cur.empty()) return;  // the levels are the tables'
   booking_.emplace(SlvBooking::NoWait());
