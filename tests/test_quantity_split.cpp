@@ -792,10 +792,14 @@ class TypeNineSplit : public Split {
   void SetUpTypeNine() {
     AddDispenser(0.0, "T7R");
     AddTanks({Tank(1, 5, 100, 10, 200, 0), Tank(2, 5, 100, 10, 200, 20)});
-    ColorantRow red;
-    red.id = 5;
-    red.code = "RED";
-    ASSERT_GT(tables_.AddColorant(red), 0);
+    AddCode(5, "RED");
+  }
+  // Appends a colourant record with its code.
+  void AddCode(long id, const std::string& code) {
+    ColorantRow row;
+    row.id = id;
+    row.code = code;
+    ASSERT_GT(tables_.AddColorant(row), 0);
   }
 };
 
@@ -824,10 +828,7 @@ TEST_F(TypeNineSplit, WarningListAsksInTheCodesTheTableHoldsAtEachCall) {
   // codes. The colourant table is read once for the call and again by the
   // next one: a record added between two calls is in the second's codes.
   SetUpTypeNine();
-  ColorantRow blue;
-  blue.id = 7;
-  blue.code = "BLUE";
-  ASSERT_GT(tables_.AddColorant(blue), 0);
+  AddCode(7, "BLUE");
   slave s(1);
   ASSERT_NE(Sim(s), nullptr);
   ASSERT_TRUE(Sim(s)->SetSetting("formula_level", "2"));
@@ -838,10 +839,7 @@ TEST_F(TypeNineSplit, WarningListAsksInTheCodesTheTableHoldsAtEachCall) {
   EXPECT_GE(CountOf(Sim(s)->Calls(), "CheckFormulaLevel((RED:10.000))"), 1);
   EXPECT_GE(CountOf(Sim(s)->Calls(), "CheckFormulaLevel((BLUE:2.500))"), 1);
 
-  ColorantRow second;
-  second.id = 5;
-  second.code = "RED2";
-  ASSERT_GT(tables_.AddColorant(second), 0);
+  AddCode(5, "RED2");
   Sim(s)->ClearHistory();
   char again[] = "(5:10)(7:2.5)";
   s.GetCircuitsUnderWarningLevel(again, 1.0, 1.0, 0, circuits, colourants);
@@ -878,10 +876,7 @@ TEST_F(TypeNineSplit, ColourantZeroIsJudgedAsTheMachineJudgesIt) {
 // the machine, whose verdict is the answer.
 TEST_F(TypeNineSplit, ColourantZeroWithACodeAsksTheMachine) {
   SetUpTypeNine();
-  ColorantRow zero;
-  zero.id = 0;
-  zero.code = "ZERO";
-  ASSERT_GT(tables_.AddColorant(zero), 0);
+  AddCode(0, "ZERO");
   slave s(1);
   ASSERT_TRUE(Sim(s)->SetSetting("formula_level", "1"));
   Sim(s)->ClearHistory();
