@@ -170,6 +170,14 @@ class QSLAVE_API slave {
   int CanisterToCanisterField(int canister, bool* a, bool* b);
   int TankAvail(int tank);
   int TankQnts(int tank, double* cur, double* res, double* max);
+  // The quantities of n tanks in one call: known[i] is what TankQnts
+  // answers for tanks[i] (1 read, 0 not), cur[i], res[i] and max[i] what it
+  // reads (0 when it cannot); cur, res and max may be null. A driver that
+  // keeps the levels is asked for its rows once for all of them, and its
+  // figures are copied into the records in one booking, where a TankQnts
+  // per tank asks and books once per tank. Returns how many were read; 0,
+  // writing nothing, when n is below 0 or tanks or known is null.
+  int TanksQnts(int n, const int* tanks, double* cur, double* res, double* max, int* known);
   int TankLocate(int tank);
   int TankResolution(int tank, double* res);
   int MoveToFill(int tank);

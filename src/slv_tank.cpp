@@ -519,6 +519,24 @@ int slave::TankQnts(int tank, double* cur, double* res, double* max) {
   return SlvTankLevels(this, tank, cur, res, max, nullptr);
 }
 
+int slave::TanksQnts(int n, const int* tanks, double* cur, double* res, double* max,
+                     int* known) try {
+  SlvCallScope call(this);
+  if (n < 0 || (n > 0 && (tanks == nullptr || known == nullptr))) return 0;
+  SlvDriverCopies copies(this);
+  int read = 0;
+  for (int i = 0; i < n; ++i) {
+    known[i] = SlvTankLevels(this, tanks[i], cur != nullptr ? &cur[i] : nullptr,
+                             res != nullptr ? &res[i] : nullptr,
+                             max != nullptr ? &max[i] : nullptr, nullptr);
+    if (known[i] == 1) ++read;
+  }
+  copies.Write();
+  return read;
+} catch (...) {
+  return SlvFailed(this, kSource, __LINE__, __func__, 0);
+}
+
 int slave::TankResolution(int tank, double* res) try {
   TarvoTrace("\nslave:TankResolution called with param=%d", tank);
   if (res == nullptr) {

@@ -758,6 +758,87 @@ TEST_F(TankQueries, TankQntsTypeSevenBeyondTheDriverCountKeepsTheTable) {
   EXPECT_EQ(disk[3], "5.000|1.000|9.000");
 }
 
+// --- slave::TanksQnts ------------------------------------------------------------
+
+TEST_F(TankQueries, TanksQntsAnswersWhatTankQntsAnswersForEachTank) {
+  // A linked pair (3 a secondary of 2), a tank without a record (4), a
+  // circuit beyond the dispenser (9) and one below 1.
+  AddDispenser();
+  AddTanks({Tank(1, 4, 10, 1, 20), Tank(2, 5, 60, 10, 100), Secondary(3, 5)});
+  slave s(1);
+  const int tanks[] = {1, 3, 2, 4, 9, 0, 1};
+  const int n = static_cast<int>(sizeof tanks / sizeof tanks[0]);
+  double cur[n], res[n], max[n];
+  int known[n];
+  EXPECT_EQ(s.TanksQnts(n, tanks, cur, res, max, known), 4);
+  for (int i = 0; i < n; ++i) {
+    double c = -7, r = -7, m = -7;
+    const int one = s.TankQnts(tanks[i], &c, &r, &m);
+    EXPECT_EQ(known[i], one) << "tank " << tanks[i];
+    EXPECT_DOUBLE_EQ(cur[i], c) << "tank " << tanks[i];
+    EXPECT_DOUBLE_EQ(res[i], r) << "tank " << tanks[i];
+    EXPECT_DOUBLE_EQ(max[i], m) << "tank " << tanks[i];
+  }
+  EXPECT_DOUBLE_EQ(cur[1], 60.0);  // the secondary answers its master's
+}
+
+TEST_F(TankQueries, TanksQntsTakesNullQuantityArrays) {
+  AddDispenser();
+  AddTanks({Tank(1, 4, 10, 1, 20), Tank(2, 5, 60, 10, 100)});
+  slave s(1);
+  const int tanks[] = {2, 1};
+  double cur[2] = {-7, -7};
+  int known[2] = {-7, -7};
+  EXPECT_EQ(s.TanksQnts(2, tanks, cur, nullptr, nullptr, known), 2);
+  EXPECT_DOUBLE_EQ(cur[0], 60.0);
+  EXPECT_DOUBLE_EQ(cur[1], 10.0);
+  EXPECT_EQ(known[0], 1);
+  EXPECT_EQ(known[1], 1);
+}
+
+TEST_F(TankQueries, TanksQntsRefusesWhatNamesNoList) {
+  AddDispenser();
+  AddTanks({Tank(1, 4, 10, 1, 20)});
+  slave s(1);
+  const int tanks[] = {1};
+  double cur[1] = {-7};
+  int known[1] = {-7};
+  EXPECT_EQ(s.TanksQnts(-1, tanks, cur, nullptr, nullptr, known), 0);
+  EXPECT_EQ(s.TanksQnts(1, nullptr, cur, nullptr, nullptr, known), 0);
+  EXPECT_EQ(s.TanksQnts(1, tanks, cur, nullptr, nullptr, nullptr), 0);
+  EXPECT_EQ(known[0], -7);  // nothing written
+  EXPECT_DOUBLE_EQ(cur[0], -7.0);
+  EXPECT_EQ(s.TanksQnts(0, nullptr, nullptr, nullptr, nullptr, nullptr), 0);
+}
+
+TEST_F(TankQueries, TanksQntsAsksADriverThatKeepsLevelsOnceAndCopiesItsFigures) {
+  // Every tank of a driver-kept dispenser in one call: the machine's rows
+  // are fetched once (not once per tank) and its figures copied into the
+  // records, as TankQnts copies them.
+  AddDispenser("LIQON");
+  AddTanks({Tank(1, 4, 10, 1, 20), Tank(2, 5, 60, 10, 100), Tank(3, 6, 5, 1, 9)});
+  {
+    slave s(1);
+    ASSERT_NE(Sim(s), nullptr);
+    Sim(s)->SetCircuitLevel(1, 11.0, 21.0, 2.0);
+    Sim(s)->SetCircuitLevel(2, 33.5, 200.0, 7.0);
+    Sim(s)->SetCircuitLevel(3, 4.0, 8.0, 0.5);
+    Sim(s)->ClearHistory();
+    const int tanks[] = {1, 2, 3};
+    double cur[3], res[3], max[3];
+    int known[3];
+    EXPECT_EQ(s.TanksQnts(3, tanks, cur, res, max, known), 3);
+    EXPECT_DOUBLE_EQ(cur[1], 33.5);
+    EXPECT_DOUBLE_EQ(res[1], 7.0);
+    EXPECT_DOUBLE_EQ(max[1], 200.0);
+    EXPECT_EQ(CountPrefix(CallsOf(s), "GetCircuitLevels("), 1);
+  }
+  std::map<int, std::string> disk = TankLevelsOnDisk();
+  EXPECT_EQ(disk[1], "11.000|2.000|21.000");
+  EXPECT_EQ(disk[2], "33.500|7.000|200.000");
+  EXPECT_EQ(disk[3], "4.000|0.500|8.000");
+}
+
 TEST_F(TankQueries, TankQntsTypeSevenWithoutDriverLevelsReadsTheTable) {
   AddDispenser("LIQON");
   AddTanks({Tank(1, 4, 10, 1, 20)});
