@@ -10,8 +10,20 @@ CircuitLevel ReadLevel(slave& s, int circuit) {
 }
 
 std::vector<CircuitLevel> ReadLevels(slave& s, const std::vector<int>& circuits) {
+  // One call of the library for all of them: a driver that keeps the
+  // levels is asked for its rows once, not once per circuit.
+  const size_t n = circuits.size();
+  std::vector<double> current(n), reserve(n), maximum(n);
+  std::vector<int> known(n);
+  s.TanksQnts(static_cast<int>(n), circuits.data(), current.data(), reserve.data(),
+              maximum.data(), known.data());
   std::vector<CircuitLevel> levels;
-  for (int circuit : circuits) levels.push_back(ReadLevel(s, circuit));
+  for (size_t i = 0; i < n; ++i) {
+    const int circuit = circuits[i];
+    const long colourant =
+        circuit >= 1 && circuit <= s.m_NumTanks ? s.m_TankCntId[circuit - 1] : 0;
+    levels.push_back({circuit, colourant, known[i] == 1, current[i], reserve[i], maximum[i]});
+  }
   return levels;
 }
 

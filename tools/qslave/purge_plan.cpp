@@ -36,31 +36,30 @@ std::map<int, int> LevelOwners(slave& s) {
   return owner;
 }
 
-bool HoldsColourant(slave& s, int circuit) {
-  double current = 0.0, reserve = 0.0, maximum = 0.0;
-  return s.TankQnts(circuit, &current, &reserve, &maximum) == 1 && current > kEmpty;
-}
+bool HoldsColourant(const CircuitLevel& level) { return level.known && level.current > kEmpty; }
 
 // The circuits the purge takes, in the library's order, a circuit once for
-// every time it is selected.
+// every time it is selected. The levels of all circuits are read in one
+// call of the library.
 std::vector<int> Selected(slave& s, const PurgeRequest& request) {
   std::vector<int> circuits;
-  switch (request.kind) {
-    case PurgeKind::kOneCircuit:
-      if (HoldsColourant(s, request.circuit)) circuits.push_back(request.circuit);
-      break;
-    case PurgeKind::kColourants:
-      for (int c = 1; c <= s.m_NumTanks; ++c) {
-        for (long id : request.colourants) {
-          if (id == s.m_TankCntId[c - 1] && HoldsColourant(s, c)) circuits.push_back(c);
-        }
-      }
-      break;
-    case PurgeKind::kAll:
-      for (int c = 1; c <= s.m_NumTanks; ++c) {
-        if (HoldsColourant(s, c)) circuits.push_back(c);
-      }
-      break;
+  if (request.kind == PurgeKind::kOneCircuit) {
+    if (HoldsColourant(ReadLevel(s, request.circuit))) circuits.push_back(request.circuit);
+    return circuits;
+  }
+  std::vector<int> all;
+  for (int c = 1; c <= s.m_NumTanks; ++c) all.push_back(c);
+  const std::vector<CircuitLevel> levels = ReadLevels(s, all);
+  std::map<long, int> named;  // colourant -> times it is named
+  for (long id : request.colourants) ++named[id];
+  for (const CircuitLevel& level : levels) {
+    if (!HoldsColourant(level)) continue;
+    int times = 1;
+    if (request.kind == PurgeKind::kColourants) {
+      const auto found = named.find(s.m_TankCntId[level.circuit - 1]);
+      times = found != named.end() ? found->second : 0;
+    }
+    circuits.insert(circuits.end(), static_cast<size_t>(times), level.circuit);
   }
   return circuits;
 }

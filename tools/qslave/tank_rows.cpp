@@ -27,9 +27,13 @@ void FindMasters(slave& s, std::vector<TankRow>* rows) {
 }  // namespace
 
 std::vector<TankRow> ReadTanks(slave& s) {
+  std::vector<int> tanks;
+  for (int tank = 1; tank <= s.m_NumTanks; ++tank) tanks.push_back(tank);
+  const std::vector<CircuitLevel> levels = ReadLevels(s, tanks);
   std::vector<TankRow> rows;
-  for (int tank = 1; tank <= s.m_NumTanks; ++tank) {
-    TankRow row{ReadLevel(s, tank), s.m_TankRecNo[tank - 1] != 0, 0.0, 0, 0, 0};
+  for (const CircuitLevel& level : levels) {
+    const int tank = level.circuit;
+    TankRow row{level, s.m_TankRecNo[tank - 1] != 0, 0.0, 0, 0, 0};
     s.TankSoglia(tank, &row.threshold, &row.sim, &row.susp);
     rows.push_back(row);
   }
