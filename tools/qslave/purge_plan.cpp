@@ -39,27 +39,34 @@ std::map<int, int> LevelOwners(slave& s) {
 bool HoldsColourant(const CircuitLevel& level) { return level.known && level.current > kEmpty; }
 
 // The circuits the purge takes, in the library's order, a circuit once for
-// every time it is selected. The levels of all circuits are read in one
-// call of the library.
+// every time it is selected. The levels of the circuits it looks at (all
+// of them, or those of the named colourants) are read in one call of the
+// library.
 std::vector<int> Selected(slave& s, const PurgeRequest& request) {
   std::vector<int> circuits;
   if (request.kind == PurgeKind::kOneCircuit) {
     if (HoldsColourant(ReadLevel(s, request.circuit))) circuits.push_back(request.circuit);
     return circuits;
   }
-  std::vector<int> all;
-  for (int c = 1; c <= s.m_NumTanks; ++c) all.push_back(c);
-  const std::vector<CircuitLevel> levels = ReadLevels(s, all);
   std::map<long, int> named;  // colourant -> times it is named
   for (long id : request.colourants) ++named[id];
-  for (const CircuitLevel& level : levels) {
-    if (!HoldsColourant(level)) continue;
-    int times = 1;
+  std::vector<int> candidates;
+  std::vector<int> times;
+  for (int c = 1; c <= s.m_NumTanks; ++c) {
+    int selected = 1;
     if (request.kind == PurgeKind::kColourants) {
-      const auto found = named.find(s.m_TankCntId[level.circuit - 1]);
-      times = found != named.end() ? found->second : 0;
+      const auto found = named.find(s.m_TankCntId[c - 1]);
+      selected = found != named.end() ? found->second : 0;
     }
-    circuits.insert(circuits.end(), static_cast<size_t>(times), level.circuit);
+    if (selected == 0) continue;
+    candidates.push_back(c);
+    times.push_back(selected);
+  }
+  const std::vector<CircuitLevel> levels = ReadLevels(s, candidates);
+  for (size_t i = 0; i < levels.size(); ++i) {
+    if (HoldsColourant(levels[i])) {
+      circuits.insert(circuits.end(), static_cast<size_t>(times[i]), levels[i].circuit);
+    }
   }
   return circuits;
 }
