@@ -51,6 +51,18 @@ class TankQueries : public qtest::LibraryEnv {
   void AddTanks(const std::vector<TankRow>& rows) {
     for (const TankRow& row : rows) ASSERT_GT(tables_.AddTank(row), 0);
   }
+  // Tanks 1 to 3 (colourants 4, 5, 6; levels 10, 60 and 5) on a dispenser
+  // of the given driver.
+  void AddThreeTanks(const char* driver) {
+    AddDispenser(driver);
+    AddTanks({Tank(1, 4, 10, 1, 20), Tank(2, 5, 60, 10, 100), Tank(3, 6, 5, 1, 9)});
+  }
+  // The machine's rows for circuits 1 and 2 (level, maximum, reserve).
+  static void MachineRowsOfOneAndTwo(slave& s) {
+    Sim(s)->SetCircuitLevel(1, 11.0, 21.0, 2.0);
+    Sim(s)->SetCircuitLevel(2, 33.5, 200.0, 7.0);
+  }
+
   void AddCistern(long id, int users, double max, double cur, double res) {
     CisternRow row;
     row.id = id;
@@ -713,14 +725,12 @@ TEST_F(TankQueries, TankQntsOnACopyReadsTheTables) {
 }
 
 TEST_F(TankQueries, TankQntsTypeSevenRefreshesFromTheDriver) {
-  AddDispenser("LIQON");
-  AddTanks({Tank(1, 4, 10, 1, 20), Tank(2, 5, 60, 10, 100), Tank(3, 6, 5, 1, 9)});
+  AddThreeTanks("LIQON");
   {
     slave s(1);
     ASSERT_NE(Sim(s), nullptr);
     ASSERT_EQ(s.m_Dsp->GetType(0, 0), 7);
-    Sim(s)->SetCircuitLevel(1, 11.0, 21.0, 2.0);
-    Sim(s)->SetCircuitLevel(2, 33.5, 200.0, 7.0);
+    MachineRowsOfOneAndTwo(s);
     Sim(s)->SetCircuitLevel(3, 4.0, 8.0, 0.5);
     Sim(s)->ClearHistory();
     double cur = -7, res = -7, max = -7;
@@ -741,13 +751,11 @@ TEST_F(TankQueries, TankQntsTypeSevenRefreshesFromTheDriver) {
 }
 
 TEST_F(TankQueries, TankQntsTypeSevenBeyondTheDriverCountKeepsTheTable) {
-  AddDispenser("LIQON");
-  AddTanks({Tank(1, 4, 10, 1, 20), Tank(2, 5, 60, 10, 100), Tank(3, 6, 5, 1, 9)});
+  AddThreeTanks("LIQON");
   {
     slave s(1);
     ASSERT_NE(Sim(s), nullptr);
-    Sim(s)->SetCircuitLevel(1, 11.0, 21.0, 2.0);
-    Sim(s)->SetCircuitLevel(2, 33.5, 200.0, 7.0);
+    MachineRowsOfOneAndTwo(s);
     double cur = -7, res = -7, max = -7;
     EXPECT_EQ(s.TankQnts(3, &cur, &res, &max), 1);
     EXPECT_DOUBLE_EQ(cur, 5.0);
@@ -815,13 +823,11 @@ TEST_F(TankQueries, TanksQntsAsksADriverThatKeepsLevelsOnceAndCopiesItsFigures) 
   // Every tank of a driver-kept dispenser in one call: the machine's rows
   // are fetched once (not once per tank) and its figures copied into the
   // records, as TankQnts copies them.
-  AddDispenser("LIQON");
-  AddTanks({Tank(1, 4, 10, 1, 20), Tank(2, 5, 60, 10, 100), Tank(3, 6, 5, 1, 9)});
+  AddThreeTanks("LIQON");
   {
     slave s(1);
     ASSERT_NE(Sim(s), nullptr);
-    Sim(s)->SetCircuitLevel(1, 11.0, 21.0, 2.0);
-    Sim(s)->SetCircuitLevel(2, 33.5, 200.0, 7.0);
+    MachineRowsOfOneAndTwo(s);
     Sim(s)->SetCircuitLevel(3, 4.0, 8.0, 0.5);
     Sim(s)->ClearHistory();
     const int tanks[] = {1, 2, 3};
@@ -851,8 +857,7 @@ TEST_F(TankQueries, TankQntsTypeSevenWithoutDriverLevelsReadsTheTable) {
 }
 
 TEST_F(TankQueries, TankQntsOtherTypesRefreshFromTankLevels) {
-  AddDispenser("ZARVO");
-  AddTanks({Tank(1, 4, 10, 1, 20), Tank(2, 5, 60, 10, 100), Tank(3, 6, 5, 1, 9)});
+  AddThreeTanks("ZARVO");
   {
     slave s(1);
     ASSERT_NE(Sim(s), nullptr);
