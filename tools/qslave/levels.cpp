@@ -2,12 +2,7 @@
 
 #include <stdio.h>
 
-CircuitLevel ReadLevel(slave& s, int circuit) {
-  CircuitLevel level{circuit, 0, false, 0.0, 0.0, 0.0};
-  if (circuit >= 1 && circuit <= s.m_NumTanks) level.colourant = s.m_TankCntId[circuit - 1];
-  level.known = s.TankQnts(circuit, &level.current, &level.reserve, &level.maximum) == 1;
-  return level;
-}
+CircuitLevel ReadLevel(slave& s, int circuit) { return ReadLevels(s, {circuit}).front(); }
 
 std::vector<CircuitLevel> ReadLevels(slave& s, const std::vector<int>& circuits) {
   // One call of the library for all of them: a driver that keeps the
