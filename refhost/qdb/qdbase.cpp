@@ -230,12 +230,14 @@ const FieldNumber* Qdbase::Impl::Number(int fi) {
   if (numbers->fields.size() != layout.fields.size()) {
     numbers->fields.assign(layout.fields.size(), qdb::DecodedNumbers::Entry());
   }
+  FieldNumber* kept = &numbers->fields[i].value;
   if (!numbers->Known(i)) {
-    FieldNumber decoded;
-    if (!qdb::DecodeNumber(layout, Field(fi), raw, &decoded)) return nullptr;
-    numbers->Keep(i, decoded);
+    // Decoded straight into its entry, which counts as known only once
+    // the decode succeeds.
+    if (!qdb::DecodeNumber(layout, Field(fi), raw, kept)) return nullptr;
+    numbers->Keep(i);
   }
-  return &numbers->fields[i].value;
+  return kept;
 }
 
 // --- Impl: opening and reading again --------------------------------------

@@ -30,10 +30,8 @@ struct DecodedNumbers {
   std::vector<Entry> fields;
   unsigned long long read = 1;
   bool Known(size_t fi) const { return fields[fi].read == read; }
-  void Keep(size_t fi, const FieldNumber& value) {
-    fields[fi].value = value;
-    fields[fi].read = read;
-  }
+  // Marks field fi's entry, decoded in place, as what the image holds.
+  void Keep(size_t fi) { fields[fi].read = read; }
   void Forget() { ++read; }
   void Forget(int fi) {
     if (static_cast<size_t>(fi) < fields.size()) fields[static_cast<size_t>(fi)].read = 0;
