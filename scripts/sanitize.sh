@@ -20,7 +20,7 @@ export UBSAN_OPTIONS=${UBSAN_OPTIONS:-halt_on_error=1:print_stacktrace=1}
 cmake -S . -B "$build" \
   -DCMAKE_C_COMPILER=gcc -DCMAKE_CXX_COMPILER=g++ \
   -DCMAKE_BUILD_TYPE=Debug -DCMAKE_C_FLAGS_DEBUG=-g1 -DCMAKE_CXX_FLAGS_DEBUG=-g1 \
-  -DQSLAVE_SANITIZE=ON -DQSLAVE_BUILD_TESTS=ON
+  -DQSLAVE_SANITIZE=ON -DQSLAVE_BUILD_TESTS=ON -DQSLAVE_TEST_WHOLE_PROGRAMS=ON
 cmake --build "$build" -j"$jobs"
 # The install tests build a host program against the installed libraries
 # with the plain compiler flags; sanitized libraries cannot be loaded into a
@@ -30,5 +30,11 @@ cmake --build "$build" -j"$jobs"
 # The system-call fault sweep of the tool and the thousand kills test what
 # reaches the disk, the same in every build; they run hundreds of processes
 # and stay in the plain run.
+# Each test program runs all its cases in one process here (a sanitized
+# process takes about a fifth of a second to start, which over some 1,700
+# cases was half of the tests' run); the plain run keeps a process per
+# case. A leak or an undefined-behaviour report still fails the program
+# that has it.
+export GTEST_FILTER=${GTEST_FILTER:--Durability.AThousandKillsLoseNoReportedDispense}
 ctest --test-dir "$build" -j"$jobs" --output-on-failure \
-  -E '^(install|package|demo)\.|^cli\.test_cli_syscall_faults$|^Durability\.AThousandKillsLoseNoReportedDispense$'
+  -E '^(install|package|demo)\.|^cli\.test_cli_syscall_faults$'
