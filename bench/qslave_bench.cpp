@@ -531,7 +531,16 @@ int Count(const std::string& work, long iterations) {
   s.SetLevelMax();
   std::vector<char> frm = Text(DispenseFormula());
   EveryCircuit batch(qbench::kDispenseCircuits);
-  DispenseFloor dispenseFloor(false);
+  // "dispense_purge" and "dispense_purge_floor": the dispense and its
+  // floor with the purge server told (the server is another process:
+  // only the call's client side is counted).
+  const bool purge = work == "dispense_purge" || work == "dispense_purge_floor";
+  if (purge && TheEnv().PurgeServerPort() <= 0) {
+    fprintf(stderr, "qslave_bench: no purge server for %s\n", work.c_str());
+    return 2;
+  }
+  AimAtPurgeServer(s, work == "dispense_purge");
+  DispenseFloor dispenseFloor(purge);
   LevelFloor levelFloor;
   NoState none;
   // "split_single", "split_independent", "split_linked": the split (no
@@ -588,10 +597,10 @@ int Count(const std::string& work, long iterations) {
 
   bool ok = true;
   auto once = [&](long i) {
-    if (work == "dispense") {
+    if (work == "dispense" || work == "dispense_purge") {
       ok = s.Dispense(frm.data(), 1.0, 1.0, 0, 1, 0, 0) == 1 && ok;
       Tidy(none, s.m_Dsp, i);
-    } else if (work == "dispense_floor") {
+    } else if (work == "dispense_floor" || work == "dispense_purge_floor") {
       ok = dispenseFloor.Run() && ok;
       Tidy(none, dispenseFloor.dsp, i);
     } else if (work == "levels") {

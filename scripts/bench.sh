@@ -9,8 +9,11 @@
 # counts. Extra arguments go to the benchmark program (e.g.
 # --benchmark_filter=Dispense).
 #
-# The last line of the output is "dispense/floor=R levels/floor=R" (median
-# times, two decimals), for scripts that take only that.
+# The last two lines of the output are "dispense/floor=R levels/floor=R"
+# (median times, two decimals) and "dispense/floor instr=R levels/floor
+# instr=R" (instructions), for scripts that take only those. The
+# instructions are also counted with the purge server told
+# (dispense_purge), its client side only.
 set -eu
 
 ROOT=$(cd "$(dirname "$0")/.." && pwd)
@@ -41,6 +44,7 @@ if [ "$CALLGRIND" != 0 ] && command -v valgrind >/dev/null 2>&1; then
   # The driver-kept level updates touch up to 999 circuits each: ten of
   # them are enough for a steady count.
   for work in dispense:100 dispense_floor:100 levels:100 levels_floor:100 \
+              dispense_purge:100 dispense_purge_floor:100 \
               driver_levels:16:10 driver_levels:128:10 driver_levels:999:10 \
               levels:16:10 levels:128:10 levels:999:10 \
               levels_falling:16:10 levels_falling:128:10 levels_falling:999:10 \
@@ -97,9 +101,10 @@ for line in open(sys.argv[2]):
 if counts:
     print()
     print("instructions per operation (callgrind, client side):")
-    for lib, floor in (("dispense", "dispense_floor"), ("levels", "levels_floor")):
+    for lib, floor in (("dispense", "dispense_floor"), ("levels", "levels_floor"),
+                       ("dispense_purge", "dispense_purge_floor")):
         if counts.get(floor):
-            print("  %-9s %10.0f   floor %10.0f   ratio %.2f" %
+            print("  %-14s %10.0f   floor %10.0f   ratio %.2f" %
                   (lib, counts[lib], counts[floor], counts[lib] / counts[floor]))
     for kind, what in (("levels", "UpdateLevels of %3d circuits, rising"),
                        ("levels_falling", "UpdateLevels of %3d circuits, falling"),
