@@ -138,11 +138,12 @@ int RunCheck(const Invocation& invocation) {
 
   Zu_IntArray low_colourants;
   for (int i = 0; i < low.size(); ++i) {
-    const int circuit = low[i];
-    low_colourants.append(circuit >= 1 && circuit <= s->m_NumTanks
-                              ? static_cast<int>(s->m_TankCntId[circuit - 1])
-                              : 0);
+    low_colourants.append(static_cast<int>(ColourantOfCircuit(*s, low[i])));
   }
+  // The split rows' levels, read once for both outputs, in one call.
+  std::vector<int> row_circuits;
+  for (const SplitRow& row : rows) row_circuits.push_back(row.circuit);
+  const std::vector<CircuitLevel> row_levels = ReadLevels(*s, row_circuits);
   Json& doc = Document();
   doc["formula"] = text;
   doc["size"] = size;
@@ -150,8 +151,9 @@ int RunCheck(const Invocation& invocation) {
   doc["verdict"] = verdict;
   doc["verdict_text"] = VerdictText(verdict);
   Json rows_json = Json::array();
-  for (const SplitRow& row : rows) {
-    const CircuitLevel level = ReadLevel(*s, row.circuit);
+  for (size_t i = 0; i < rows.size(); ++i) {
+    const SplitRow& row = rows[i];
+    const CircuitLevel& level = row_levels[i];
     rows_json.push_back(Json{{"circuit", row.circuit},
                              {"colourant", row.colourant},
                              {"code", names.Code(row.colourant)},
@@ -181,8 +183,9 @@ int RunCheck(const Invocation& invocation) {
   printf("verdict:  %d (%s)\n", verdict, VerdictText(verdict));
   printf("%7s  %9s  %-6s  %10s  %10s  %10s  %10s  %10s\n", "circuit", "colourant", "code",
          "quantity", "current", "reserve", "left", "2x reserve");
-  for (const SplitRow& row : rows) {
-    const CircuitLevel level = ReadLevel(*s, row.circuit);
+  for (size_t i = 0; i < rows.size(); ++i) {
+    const SplitRow& row = rows[i];
+    const CircuitLevel& level = row_levels[i];
     printf("%7d  %9ld  %-6s  %10.3f  %10s  %10s  %10s  %10s\n", row.circuit, row.colourant,
            names.Code(row.colourant).c_str(), row.quantity,
            LevelText(level.known, level.current).c_str(),

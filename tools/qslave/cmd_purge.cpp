@@ -23,9 +23,6 @@ namespace {
 
 const int kLabel = 9;
 
-// A level at or below this holds no colourant, for the library's purges.
-const double kEmpty = 1e-5;
-
 bool ReadColourantList(const std::string& text, std::vector<long>* ids, std::string* error) {
   size_t start = 0;
   while (true) {
@@ -52,7 +49,7 @@ bool ReadColourantList(const std::string& text, std::vector<long>* ids, std::str
 
 bool AnyHoldsColourant(const std::vector<CircuitLevel>& levels) {
   for (const CircuitLevel& level : levels) {
-    if (level.known && level.current > kEmpty) return true;
+    if (HoldsColourant(level)) return true;
   }
   return false;
 }
@@ -134,7 +131,7 @@ int RunPurge(const Invocation& invocation) {
   if (one_circuit) {
     if (!HasCircuit(*s, circuit, &error)) return Fail(error);
     const CircuitLevel level = ReadLevel(*s, static_cast<int>(circuit));
-    if (!level.known || !(level.current > kEmpty)) {
+    if (!HoldsColourant(level)) {
       return Fail("circuit " + std::to_string(circuit) + " holds no colourant: nothing to purge");
     }
     circuits.push_back(static_cast<int>(circuit));

@@ -15,11 +15,14 @@ std::vector<CircuitLevel> ReadLevels(slave& s, const std::vector<int>& circuits)
   std::vector<CircuitLevel> levels;
   for (size_t i = 0; i < n; ++i) {
     const int circuit = circuits[i];
-    const long colourant =
-        circuit >= 1 && circuit <= s.m_NumTanks ? s.m_TankCntId[circuit - 1] : 0;
-    levels.push_back({circuit, colourant, known[i] == 1, current[i], reserve[i], maximum[i]});
+    levels.push_back({circuit, ColourantOfCircuit(s, circuit), known[i] == 1, current[i],
+                      reserve[i], maximum[i]});
   }
   return levels;
+}
+
+long ColourantOfCircuit(const slave& s, int circuit) {
+  return circuit >= 1 && circuit <= s.m_NumTanks ? s.m_TankCntId[circuit - 1] : 0;
 }
 
 std::vector<int> CircuitsWithColourant(const slave& s) {

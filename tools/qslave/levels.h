@@ -21,6 +21,10 @@ struct CircuitLevel {
 CircuitLevel ReadLevel(slave& s, int circuit);
 std::vector<CircuitLevel> ReadLevels(slave& s, const std::vector<int>& circuits);
 
+// The colourant in circuit's tank; 0 for none or a circuit beyond the
+// dispenser's.
+long ColourantOfCircuit(const slave& s, int circuit);
+
 // Whether the dispenser has a tank record for circuit; when not, *error
 // says so in the tool's words.
 bool HasCircuit(slave& s, long circuit, std::string* error);

@@ -9,8 +9,6 @@
 
 namespace {
 
-// A level at or below this holds no colourant, for the library's purges.
-const double kEmpty = 1e-5;
 const int kFirmwarePurgeType = 9;
 const int kGroupFlag = 3;
 
@@ -36,37 +34,29 @@ std::map<int, int> LevelOwners(slave& s) {
   return owner;
 }
 
-bool HoldsColourant(const CircuitLevel& level) { return level.known && level.current > kEmpty; }
-
 // The circuits the purge takes, in the library's order, a circuit once for
-// every time it is selected. The levels of the circuits it looks at (all
-// of them, or those of the named colourants) are read in one call of the
-// library.
+// every time it is selected (a colourant named twice selects its circuits
+// twice): those it looks at (the one circuit, all of them, or those of the
+// named colourants) that hold colourant, their levels read in one call of
+// the library.
 std::vector<int> Selected(slave& s, const PurgeRequest& request) {
-  std::vector<int> circuits;
-  if (request.kind == PurgeKind::kOneCircuit) {
-    if (HoldsColourant(ReadLevel(s, request.circuit))) circuits.push_back(request.circuit);
-    return circuits;
-  }
-  std::map<long, int> named;  // colourant -> times it is named
-  for (long id : request.colourants) ++named[id];
   std::vector<int> candidates;
-  std::vector<int> times;
-  for (int c = 1; c <= s.m_NumTanks; ++c) {
-    int selected = 1;
-    if (request.kind == PurgeKind::kColourants) {
+  if (request.kind == PurgeKind::kOneCircuit) {
+    candidates.push_back(request.circuit);
+  } else {
+    std::map<long, int> named;  // colourant -> times it is named
+    for (long id : request.colourants) ++named[id];
+    for (int c = 1; c <= s.m_NumTanks; ++c) {
       const auto found = named.find(s.m_TankCntId[c - 1]);
-      selected = found != named.end() ? found->second : 0;
+      const int times = request.kind == PurgeKind::kAll ? 1
+                        : found != named.end()          ? found->second
+                                                        : 0;
+      candidates.insert(candidates.end(), static_cast<size_t>(times), c);
     }
-    if (selected == 0) continue;
-    candidates.push_back(c);
-    times.push_back(selected);
   }
-  const std::vector<CircuitLevel> levels = ReadLevels(s, candidates);
-  for (size_t i = 0; i < levels.size(); ++i) {
-    if (HoldsColourant(levels[i])) {
-      circuits.insert(circuits.end(), static_cast<size_t>(times[i]), levels[i].circuit);
-    }
+  std::vector<int> circuits;
+  for (const CircuitLevel& level : ReadLevels(s, candidates)) {
+    if (HoldsColourant(level)) circuits.push_back(level.circuit);
   }
   return circuits;
 }
@@ -88,6 +78,12 @@ std::string FirmwareCommand(const PurgeRequest& request) {
 }
 
 }  // namespace
+
+bool HoldsColourant(const CircuitLevel& level) {
+  // A level at or below this holds no colourant, for the library's purges.
+  const double kEmpty = 1e-5;
+  return level.known && level.current > kEmpty;
+}
 
 PurgePlan PlanPurge(slave& s, const PurgeRequest& request,
                     const std::vector<CircuitLevel>& before) {

@@ -36,4 +36,8 @@ struct PurgePlan {
 PurgePlan PlanPurge(slave& s, const PurgeRequest& request,
                     const std::vector<CircuitLevel>& before);
 
+// Whether a circuit holds colourant for the library's purges: its level is
+// known and above 1e-5.
+bool HoldsColourant(const CircuitLevel& level);
+
 #endif
