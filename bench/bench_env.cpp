@@ -189,6 +189,8 @@ Env::Env() {
   dir_ = name.data();
   floorDir_ = dir_ + "/floor";
   std::filesystem::create_directory(floorDir_);
+  tableClassDir_ = dir_ + "/table-class";
+  std::filesystem::create_directory(tableClassDir_);
 
   setenv("QSLAVE_DATA", dir_.c_str(), 1);
   unsetenv("QSLAVE_SIM");
@@ -197,6 +199,7 @@ Env::Env() {
   BuildTables();
 
   std::filesystem::copy_file(dir_ + "/tanks.dbf", floorDir_ + "/tanks.dbf");
+  std::filesystem::copy_file(dir_ + "/tanks.dbf", tableClassDir_ + "/tanks.dbf");
   // The tables just written reach the disk before anything is timed: their
   // write-back would otherwise slow the syncs of whichever benchmark runs
   // first.

@@ -58,6 +58,9 @@ class Env {
   // A directory holding a copy of the tank table, for the floors; record
   // numbers are those of the library's table.
   const std::string& floor_dir() const { return floorDir_; }
+  // A third copy of the tank table, booked through the table class alone
+  // (the level batch's table-class share; see qslave_bench.cpp).
+  const std::string& table_class_dir() const { return tableClassDir_; }
 
   // Record numbers (1-based) of the tank records of a dispenser, by tank.
   std::vector<long> TankRecords(long dispId) const;
@@ -66,6 +69,7 @@ class Env {
   void BuildTables();
   std::string dir_;
   std::string floorDir_;
+  std::string tableClassDir_;
   pid_t serverPid_ = -1;
   int serverPort_ = 0;
   std::vector<std::pair<long, int>> tankKeys_;  // (disp, tank) per record

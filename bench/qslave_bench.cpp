@@ -26,6 +26,7 @@
 
 #include "bench_env.h"
 #include "floor.h"
+#include "table_class_floor.h"
 #include "host/qdsp32.h"
 #include "host/zutable.h"
 #include "refhost/dispenser/simulated_dispenser.h"
@@ -145,9 +146,11 @@ BENCHMARK(BM_Dispense)->ArgName("purge")->Arg(0)->Arg(1);
 // of the 12 tanks' levels (see floor.h), the command sent to a driver of
 // the same type, the purge server told, and the dispense's three trace
 // lines (the call, the command, its result) handed to the host's trace
-// with one call each.
+// with one call each. throughTableClass: the booking is made through the
+// host's table class instead (table_class_floor.h), the rest as it is.
 struct DispenseFloor {
   qbench::TableFloor table{TheEnv().floor_dir()};
+  std::unique_ptr<qbench::TableClassFloor> tableClass;
   // By colourant id: its tank and that tank's record (colourant t is alone
   // in tank t).
   std::vector<int> tankOf;
@@ -157,7 +160,8 @@ struct DispenseFloor {
   long pid = static_cast<long>(getpid());
   int port = 0;
 
-  explicit DispenseFloor(bool purge) {
+  explicit DispenseFloor(bool purge, bool throughTableClass = false) {
+    if (throughTableClass) tableClass.reset(new qbench::TableClassFloor(TheEnv().table_class_dir()));
     const std::vector<long> all = TheEnv().TankRecords(qbench::kDispenseId);
     tankOf.assign(all.size() + 1, 0);
     recordOf.assign(all.size() + 1, 0);
@@ -203,7 +207,9 @@ struct DispenseFloor {
       *p++ = ')';
     }
     *p = '\0';
-    if (!table.Book(records, qnts, true)) return false;
+    const bool booked =
+        tableClass != nullptr ? tableClass->Book(records, qnts, true) : table.Book(records, qnts, true);
+    if (!booked) return false;
     TarvoTrace("\n[TH_ID=%ld] %s", pid, command);
     const int r = dsp->SendCommand(1, command);
     TarvoTrace("\n[TH_ID=%ld] %s --> %2d %s", pid, command, r, "SUCCESS");
@@ -297,13 +303,21 @@ void BM_LevelBatch(benchmark::State& state) {
 BENCHMARK(BM_LevelBatch);
 
 // The floor of the batch: one booking of every circuit's level (see
-// floor.h), without the split and the send.
+// floor.h), without the split and the send. throughTableClass: the booking
+// is made through the host's table class instead (table_class_floor.h).
 struct LevelFloor {
   qbench::TableFloor table{TheEnv().floor_dir()};
+  std::unique_ptr<qbench::TableClassFloor> tableClass;
   std::vector<long> records = TheEnv().TankRecords(qbench::kDispenseId);
   std::vector<double> qnts = std::vector<double>(records.size(), 0.001);
 
-  bool Run() { return table.Book(records, qnts, false); }
+  explicit LevelFloor(bool throughTableClass = false) {
+    if (throughTableClass) tableClass.reset(new qbench::TableClassFloor(TheEnv().table_class_dir()));
+  }
+  bool Run() {
+    return tableClass != nullptr ? tableClass->Book(records, qnts, false)
+                                 : table.Book(records, qnts, false);
+  }
 };
 
 void BM_LevelBatchFloor(benchmark::State& state) {
@@ -540,8 +554,11 @@ int Count(const std::string& work, long iterations) {
     return 2;
   }
   AimAtPurgeServer(s, work == "dispense_purge");
-  DispenseFloor dispenseFloor(purge);
-  LevelFloor levelFloor;
+  // "dispense_table_class" and "levels_table_class": the floors with their
+  // booking made through the host's table class (table_class_floor.h).
+  const bool tableClass = work == "dispense_table_class" || work == "levels_table_class";
+  DispenseFloor dispenseFloor(purge, tableClass);
+  LevelFloor levelFloor(tableClass);
   NoState none;
   // "split_single", "split_independent", "split_linked": the split (no
   // booking) of a formula of 12 colourants of one kind.
@@ -600,13 +617,14 @@ int Count(const std::string& work, long iterations) {
     if (work == "dispense" || work == "dispense_purge") {
       ok = s.Dispense(frm.data(), 1.0, 1.0, 0, 1, 0, 0) == 1 && ok;
       Tidy(none, s.m_Dsp, i);
-    } else if (work == "dispense_floor" || work == "dispense_purge_floor") {
+    } else if (work == "dispense_floor" || work == "dispense_purge_floor" ||
+               work == "dispense_table_class") {
       ok = dispenseFloor.Run() && ok;
       Tidy(none, dispenseFloor.dsp, i);
     } else if (work == "levels") {
       ok = batch.Update(s) && ok;
       Tidy(none, s.m_Dsp, i);
-    } else if (work == "levels_floor") {
+    } else if (work == "levels_floor" || work == "levels_table_class") {
       ok = levelFloor.Run() && ok;
     } else if (!splitFrm.empty()) {
       ok = SplitOnce(*TheSlaves().split, splitFrm, 12) && ok;

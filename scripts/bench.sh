@@ -13,7 +13,10 @@
 # (median times, two decimals) and "dispense/floor instr=R levels/floor
 # instr=R" (instructions), for scripts that take only those. The
 # instructions are also counted with the purge server told
-# (dispense_purge), its client side only.
+# (dispense_purge), its client side only, and with the floors' bookings
+# made through the host's table class (dispense_table_class,
+# levels_table_class), which splits each ratio into the table class's
+# share and the library's own.
 set -eu
 
 ROOT=$(cd "$(dirname "$0")/.." && pwd)
@@ -45,6 +48,7 @@ if [ "$CALLGRIND" != 0 ] && command -v valgrind >/dev/null 2>&1; then
   # them are enough for a steady count.
   for work in dispense:100 dispense_floor:100 levels:100 levels_floor:100 \
               dispense_purge:100 dispense_purge_floor:100 \
+              dispense_table_class:100 levels_table_class:100 \
               driver_levels:16:10 driver_levels:128:10 driver_levels:999:10 \
               levels:16:10 levels:128:10 levels:999:10 \
               levels_falling:16:10 levels_falling:128:10 levels_falling:999:10 \
@@ -106,6 +110,14 @@ if counts:
         if counts.get(floor):
             print("  %-14s %10.0f   floor %10.0f   ratio %.2f" %
                   (lib, counts[lib], counts[floor], counts[lib] / counts[floor]))
+    # The floors' bookings made through the table class: how much of each
+    # ratio is the table class's and how much the library's own.
+    for lib, floor in (("dispense", "dispense_floor"), ("levels", "levels_floor")):
+        through = counts.get(lib + "_table_class")
+        if through and counts.get(floor):
+            print("  %-14s floor through the table class %10.0f   table class/floor %.2f   "
+                  "library/table class %.2f" %
+                  (lib, through, through / counts[floor], counts[lib] / through))
     for kind, what in (("levels", "UpdateLevels of %3d circuits, rising"),
                        ("levels_falling", "UpdateLevels of %3d circuits, falling"),
                        ("driver_levels", "UpdateLevels of %3d driver-kept circuits"),
