@@ -556,9 +556,8 @@ int Count(const std::string& work, long iterations) {
   AimAtPurgeServer(s, work == "dispense_purge");
   // "dispense_table_class" and "levels_table_class": the floors with their
   // booking made through the host's table class (table_class_floor.h).
-  const bool tableClass = work == "dispense_table_class" || work == "levels_table_class";
-  DispenseFloor dispenseFloor(purge, tableClass);
-  LevelFloor levelFloor(tableClass);
+  DispenseFloor dispenseFloor(purge, work == "dispense_table_class");
+  LevelFloor levelFloor(work == "levels_table_class");
   NoState none;
   // "split_single", "split_independent", "split_linked": the split (no
   // booking) of a formula of 12 colourants of one kind.
