@@ -58,8 +58,8 @@ class Env {
   // A directory holding a copy of the tank table, for the floors; record
   // numbers are those of the library's table.
   const std::string& floor_dir() const { return floorDir_; }
-  // A third copy of the tank table, booked through the table class alone
-  // (the level batch's table-class share; see qslave_bench.cpp).
+  // A third copy of the tank table, for the floors' bookings made through
+  // the table class (table_class_floor.h).
   const std::string& table_class_dir() const { return tableClassDir_; }
 
   // Record numbers (1-based) of the tank records of a dispenser, by tank.

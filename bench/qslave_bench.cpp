@@ -26,11 +26,11 @@
 
 #include "bench_env.h"
 #include "floor.h"
-#include "table_class_floor.h"
 #include "host/qdsp32.h"
 #include "host/zutable.h"
 #include "refhost/dispenser/simulated_dispenser.h"
 #include "slave.h"
+#include "table_class_floor.h"
 
 namespace {
 
@@ -140,6 +140,21 @@ void BM_Dispense(benchmark::State& state) {
 }
 BENCHMARK(BM_Dispense)->ArgName("purge")->Arg(0)->Arg(1);
 
+// A floor's booking: straight on POSIX calls (floor.h) or, for the counts
+// that split a ratio, through the host's table class (table_class_floor.h).
+struct FloorBooking {
+  qbench::TableFloor posix{TheEnv().floor_dir()};
+  std::unique_ptr<qbench::TableClassFloor> tableClass;
+
+  explicit FloorBooking(bool throughTableClass) {
+    if (throughTableClass) tableClass.reset(new qbench::TableClassFloor(TheEnv().table_class_dir()));
+  }
+  bool Book(const std::vector<long>& records, const std::vector<double>& qnts, bool checkReserve) {
+    return tableClass != nullptr ? tableClass->Book(records, qnts, checkReserve)
+                                 : posix.Book(records, qnts, checkReserve);
+  }
+};
+
 // The floor of a dispense: the formula text read with the host's formula
 // reader, each colourant's tank found in a map made beforehand (as the
 // library's tank map is made when the dispenser is selected), the booking
@@ -147,10 +162,9 @@ BENCHMARK(BM_Dispense)->ArgName("purge")->Arg(0)->Arg(1);
 // the same type, the purge server told, and the dispense's three trace
 // lines (the call, the command, its result) handed to the host's trace
 // with one call each. throughTableClass: the booking is made through the
-// host's table class instead (table_class_floor.h), the rest as it is.
+// host's table class instead, the rest as it is.
 struct DispenseFloor {
-  qbench::TableFloor table{TheEnv().floor_dir()};
-  std::unique_ptr<qbench::TableClassFloor> tableClass;
+  FloorBooking booking;
   // By colourant id: its tank and that tank's record (colourant t is alone
   // in tank t).
   std::vector<int> tankOf;
@@ -160,8 +174,7 @@ struct DispenseFloor {
   long pid = static_cast<long>(getpid());
   int port = 0;
 
-  explicit DispenseFloor(bool purge, bool throughTableClass = false) {
-    if (throughTableClass) tableClass.reset(new qbench::TableClassFloor(TheEnv().table_class_dir()));
+  explicit DispenseFloor(bool purge, bool throughTableClass = false) : booking(throughTableClass) {
     const std::vector<long> all = TheEnv().TankRecords(qbench::kDispenseId);
     tankOf.assign(all.size() + 1, 0);
     recordOf.assign(all.size() + 1, 0);
@@ -207,9 +220,7 @@ struct DispenseFloor {
       *p++ = ')';
     }
     *p = '\0';
-    const bool booked =
-        tableClass != nullptr ? tableClass->Book(records, qnts, true) : table.Book(records, qnts, true);
-    if (!booked) return false;
+    if (!booking.Book(records, qnts, true)) return false;
     TarvoTrace("\n[TH_ID=%ld] %s", pid, command);
     const int r = dsp->SendCommand(1, command);
     TarvoTrace("\n[TH_ID=%ld] %s --> %2d %s", pid, command, r, "SUCCESS");
@@ -304,20 +315,14 @@ BENCHMARK(BM_LevelBatch);
 
 // The floor of the batch: one booking of every circuit's level (see
 // floor.h), without the split and the send. throughTableClass: the booking
-// is made through the host's table class instead (table_class_floor.h).
+// is made through the host's table class instead.
 struct LevelFloor {
-  qbench::TableFloor table{TheEnv().floor_dir()};
-  std::unique_ptr<qbench::TableClassFloor> tableClass;
+  FloorBooking booking;
   std::vector<long> records = TheEnv().TankRecords(qbench::kDispenseId);
   std::vector<double> qnts = std::vector<double>(records.size(), 0.001);
 
-  explicit LevelFloor(bool throughTableClass = false) {
-    if (throughTableClass) tableClass.reset(new qbench::TableClassFloor(TheEnv().table_class_dir()));
-  }
-  bool Run() {
-    return tableClass != nullptr ? tableClass->Book(records, qnts, false)
-                                 : table.Book(records, qnts, false);
-  }
+  explicit LevelFloor(bool throughTableClass = false) : booking(throughTableClass) {}
+  bool Run() { return booking.Book(records, qnts, false); }
 };
 
 void BM_LevelBatchFloor(benchmark::State& state) {

@@ -107,14 +107,14 @@ if counts:
     print("instructions per operation (callgrind, client side):")
     for lib, floor in (("dispense", "dispense_floor"), ("levels", "levels_floor"),
                        ("dispense_purge", "dispense_purge_floor")):
-        if counts.get(floor):
-            print("  %-14s %10.0f   floor %10.0f   ratio %.2f" %
-                  (lib, counts[lib], counts[floor], counts[lib] / counts[floor]))
-    # The floors' bookings made through the table class: how much of each
-    # ratio is the table class's and how much the library's own.
-    for lib, floor in (("dispense", "dispense_floor"), ("levels", "levels_floor")):
+        if not counts.get(floor):
+            continue
+        print("  %-14s %10.0f   floor %10.0f   ratio %.2f" %
+              (lib, counts[lib], counts[floor], counts[lib] / counts[floor]))
+        # The floor's booking made through the table class: how much of the
+        # ratio is the table class's and how much the library's own.
         through = counts.get(lib + "_table_class")
-        if through and counts.get(floor):
+        if through:
             print("  %-14s floor through the table class %10.0f   table class/floor %.2f   "
                   "library/table class %.2f" %
                   (lib, through, through / counts[floor], counts[lib] / through))
