@@ -73,7 +73,9 @@ import json, sys
 results = json.load(open(sys.argv[1]))
 median = {}
 for b in results["benchmarks"]:
-    if b.get("aggregate_name") == "median":
+    # With REPS=1 there are no aggregates: the one run is the median.
+    once = b.get("run_type") == "iteration" and b.get("repetitions", 1) <= 1
+    if b.get("aggregate_name") == "median" or once:
         median[b["run_name"]] = b["real_time"] * {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}[b["time_unit"]]
 
 def show(ns):
